@@ -1,0 +1,150 @@
+// StringRange: a slice of a string given by positions; StringSliceTraits applies one to any kind of string handle.
+//
+//     nqcore::StringRange word(4, 3);
+//     auto inner = nqcore::StringRange(2, 5).intersection(word);   // (4, 3)
+#pragma once
+
+#include "nqcore/config.h"
+
+#include <compare>
+#include <iosfwd>
+#include <string_view>
+
+namespace nqcore {
+
+class SourceString;
+
+/// Start and length, independent of any string; the default (0, 0) is empty.
+///
+/// Range    both unsigned 32-bit. A start of `npos` means "no position", a length of `npos` "to the end".
+///          Ends saturate at `npos`.
+class StringRange {
+public:
+    static constexpr unsigned npos = 0xFFFFFFFFu;
+
+    constexpr StringRange() noexcept = default;
+    constexpr StringRange(unsigned first, unsigned length) noexcept : m_first(first), m_length(length) {}
+
+    constexpr void set(unsigned first, unsigned length) noexcept { *this = StringRange(first, length); }
+    [[nodiscard]] constexpr unsigned first() const noexcept { return m_first; }
+    /// Sets the start, keeps the length.
+    constexpr void first(unsigned position) noexcept { m_first = position; }
+    [[nodiscard]] constexpr unsigned length() const noexcept { return m_length; }
+    constexpr void length(unsigned count) noexcept { m_length = count; }
+    [[nodiscard]] constexpr unsigned size() const noexcept { return m_length; }
+    constexpr void size(unsigned count) noexcept { m_length = count; }
+
+    /// The exclusive end; `npos` when it would wrap round.
+    [[nodiscard]] constexpr unsigned last() const noexcept { return saturating_sum(m_first, m_length); }
+    /// Sets the exclusive end by changing the length; an end before the start makes the range empty.
+    constexpr void last(unsigned position) noexcept {
+        if (is_npos(position) && !is_npos(m_first)) {
+            m_length = npos;
+        } else {
+            m_length = position > m_first ? position - m_first : 0;
+        }
+    }
+
+    constexpr void clear() noexcept { *this = StringRange(); }
+    [[nodiscard]] constexpr bool empty() const noexcept { return m_length == 0 || is_npos(m_first); }
+    [[nodiscard]] constexpr bool unbounded() const noexcept { return is_npos(m_length); }
+    [[nodiscard]] static constexpr bool is_npos(unsigned position) noexcept { return position == npos; }
+
+    /// What both ranges cover; (0, 0) when that is nothing.
+    [[nodiscard]] constexpr StringRange intersection(const StringRange& other) const noexcept {
+        const unsigned start = m_first > other.m_first ? m_first : other.m_first;
+        const unsigned end = last() < other.last() ? last() : other.last();
+        if (is_npos(start) || end < start) {
+            return {};
+        }
+        return {start, is_npos(end) ? npos : end - start};
+    }
+
+    /// `other`, taken relative to this range and cut to it; (npos, 0) when its start has no position.
+    [[nodiscard]] constexpr StringRange subrange(const StringRange& other) const noexcept {
+        if (is_npos(m_first)) {
+            return {npos, 0};
+        }
+        const unsigned wanted = saturating_sum(m_first, other.m_first);
+        const unsigned start = wanted < last() ? wanted : last();
+        if (is_npos(start)) {
+            return {npos, 0};
+        }
+        if (unbounded()) {
+            return {start, other.m_length};
+        }
+        const unsigned left = last() - start;
+        return {start, left < other.m_length ? left : other.m_length};
+    }
+
+    constexpr void swap(StringRange& other) noexcept {
+        const StringRange mine = *this;
+        *this = other;
+        other = mine;
+    }
+
+    /// By start, then by length.
+    friend constexpr bool operator==(const StringRange&, const StringRange&) noexcept = default;
+    friend constexpr std::strong_ordering operator<=>(const StringRange&, const StringRange&) noexcept = default;
+
+    /// `a + b`, or `npos` when that would wrap round.
+    [[nodiscard]] static constexpr unsigned saturating_sum(unsigned a, unsigned b) noexcept {
+        return a + b < a ? npos : a + b;
+    }
+
+private:
+    unsigned m_first = 0;
+    unsigned m_length = 0;
+};
+
+namespace impl {
+
+template <class P>
+struct SliceChar {
+    using type = char;
+};
+template <>
+struct SliceChar<const wchar_t*> {
+    using type = wchar_t;
+};
+template <>
+struct SliceChar<const std::wstring*> {
+    using type = wchar_t;
+};
+
+}  // namespace impl
+
+/// Applies a `StringRange` to one kind of string handle.
+///
+/// In       `P`: `const char*`, `const wchar_t*`, `const std::string*`, `const std::wstring*`, `const SourceString*`.
+/// Range    callers keep ranges within the string: nothing is clamped, so that slicing measures nothing. Wide kinds
+///          count in wide characters.
+template <class P>
+class NQCORE_API StringSliceTraits {
+public:
+    using CharType = typename impl::SliceChar<P>::type;
+    using ReverseIterator = std::reverse_iterator<const CharType*>;
+
+    /// A handle to a shared empty string.
+    [[nodiscard]] static P empty_string_pointer() noexcept;
+    [[nodiscard]] static bool is_null_pointer(P handle) noexcept { return handle == nullptr; }
+    [[nodiscard]] static bool equal_pointers(P a, P b) noexcept { return a == b; }
+    [[nodiscard]] static const CharType* string_data(P handle) noexcept;
+    /// Characters; for character pointers up to the NUL.
+    [[nodiscard]] static unsigned string_size(P handle) noexcept;
+
+    [[nodiscard]] static const CharType* string_begin(P handle, const StringRange& range) noexcept {
+        return string_data(handle) + range.first();
+    }
+    [[nodiscard]] static const CharType* string_end(P handle, const StringRange& range) noexcept {
+        return string_data(handle) + range.last();
+    }
+    [[nodiscard]] static ReverseIterator string_rbegin(P handle, const StringRange& range) noexcept {
+        return ReverseIterator(string_end(handle, range));
+    }
+    [[nodiscard]] static ReverseIterator string_rend(P handle, const StringRange& range) noexcept {
+        return ReverseIterator(string_begin(handle, range));
+    }
+};
+
+}  // namespace nqcore
