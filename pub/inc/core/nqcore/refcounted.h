@@ -54,6 +54,11 @@ public:
     [[nodiscard]] bool has_refs() const noexcept { return m_count != 0; }
     [[nodiscard]] bool is_unique() const noexcept { return m_count == 1; }
 
+    /// Several references at once.
+    void add(int references) noexcept { m_count += references; }
+    /// Returns  true when the count became 0.
+    bool subtract(int references) noexcept { return (m_count -= references) == 0; }
+
 private:
     std::int32_t m_count;
 };

@@ -19,7 +19,7 @@
 
 namespace nqcore {
 
-/// A text of at most 2147483646 bytes, by reference or in a shared block. Any bytes, NUL too.
+/// A text of at most 2147483647 bytes, by reference or in a shared block. Any bytes, NUL too.
 ///
 /// Two fields: the text, never null; and one word that is both length and storage kind:
 ///
@@ -103,6 +103,7 @@ public:
     /// A reference to text that outlives the string.
     [[nodiscard]] static SourceString create_reference(std::string_view text);
     [[nodiscard]] static SourceString create_copy(const char* text, unsigned length) { return {text, length}; }
+    /// Errors   as the constructors; a view is refused from 2147483648 bytes on, whatever its length.
     [[nodiscard]] static SourceString create_copy(std::string_view text);
 
     void assign(const char* text, bool isStatic) { *this = SourceString(text, isStatic); }
@@ -162,8 +163,18 @@ public:
     friend NQCORE_API std::ostream& operator<<(std::ostream& stream, const SourceString& text);
 
 private:
+    // The counted block lies this many bytes before the characters of a shared text.
+    static constexpr unsigned s_holderSize = 32;
     static constexpr std::int32_t s_unmeasured = 0x7FFFFFFF;
-    static constexpr unsigned s_longest = 0x7FFFFFFE;
+    static constexpr unsigned s_longest = 0x7FFFFFFF;
+    using Holder = RefCountPtr<const RefCounted<AtomicRefCount>>;
+
+    const RefCounted<AtomicRefCount>* holder() const noexcept {
+        return reinterpret_cast<const RefCounted<AtomicRefCount>*>(m_text - s_holderSize);
+    }
+
+    void clone_dynamic() const noexcept { static_cast<void>(Holder(holder()).detach()); }
+    void dealloc_dynamic() noexcept { Holder released(holder(), false); }
 
     static constexpr bool is_dynamic(std::int32_t word) noexcept { return word < 0; }
 
@@ -201,8 +212,6 @@ private:
 
     unsigned measure() const noexcept;
     void copy_text(const char* text, unsigned length);
-    void clone_dynamic() const noexcept;
-    void dealloc_dynamic() noexcept;
 
     /// Errors   `std::length_error`, always.
     [[noreturn]] NQCORE_COLD static void length_error();

@@ -8,7 +8,7 @@
 
 #include <compare>
 #include <iosfwd>
-#include <string_view>
+#include <string_view>  // std::reverse_iterator comes with it, at half the weight of <iterator>
 
 namespace nqcore {
 
@@ -120,7 +120,7 @@ struct SliceChar<const std::wstring*> {
 /// Range    callers keep ranges within the string: nothing is clamped, so that slicing measures nothing. Wide kinds
 ///          count in wide characters.
 template <class P>
-class NQCORE_API StringSliceTraits {
+class StringSliceTraits {
 public:
     using CharType = typename impl::SliceChar<P>::type;
     using ReverseIterator = std::reverse_iterator<const CharType*>;
@@ -146,5 +146,11 @@ public:
         return ReverseIterator(string_begin(handle, range));
     }
 };
+
+extern template class NQCORE_API StringSliceTraits<const char*>;
+extern template class NQCORE_API StringSliceTraits<const wchar_t*>;
+extern template class NQCORE_API StringSliceTraits<const std::string*>;
+extern template class NQCORE_API StringSliceTraits<const std::wstring*>;
+extern template class NQCORE_API StringSliceTraits<const SourceString*>;
 
 }  // namespace nqcore
