@@ -32,9 +32,9 @@ std::uint64_t saved_registers() noexcept {
 constexpr std::uint64_t s_osxsave = 1u << 27;
 constexpr std::uint64_t s_savesYmm = 0x06;
 constexpr std::uint64_t s_savesZmm = 0xE6;
-constexpr std::uint64_t s_leaf7Avx2 = (1u << 5) | (1u << 3) | (1u << 8);                               // AVX2 BMI1 BMI2
+constexpr std::uint64_t s_leaf7Avx2 = (1u << 5) | (1u << 3) | (1u << 8);  // AVX2 BMI1 BMI2
 constexpr std::uint64_t s_leaf7Avx512 = (1u << 16) | (1u << 17) | (1u << 30) | (std::uint64_t{1} << 31);  // F DQ BW VL
-constexpr std::uint64_t s_leaf7Vbmi = (1u << 1) | (1u << 6);                                           // VBMI VBMI2
+constexpr std::uint64_t s_leaf7Vbmi = (1u << 1) | (1u << 6);                                              // VBMI VBMI2
 
 CpuFeatures probe() noexcept {
     CpuFeatures features;

@@ -49,8 +49,7 @@ public:
             return __atomic_exchange_n(value, next, __ATOMIC_SEQ_CST);
         } else {
             T seen = snapshot(value);
-            while (
-                !__atomic_compare_exchange_n(value, &seen, next, false, __ATOMIC_SEQ_CST, __ATOMIC_SEQ_CST)) {
+            while (!__atomic_compare_exchange_n(value, &seen, next, false, __ATOMIC_SEQ_CST, __ATOMIC_SEQ_CST)) {
             }
             return seen;
         }

@@ -14,6 +14,7 @@
 
 #include <compare>
 #include <iosfwd>
+#include <type_traits>
 
 namespace nqcore {
 
@@ -27,7 +28,9 @@ public:
     constexpr ErrorCode() noexcept = default;
     /// Refers to `text`, which must outlive the code; null gives the empty code.
     constexpr ErrorCode(const char* text) : m_value(text, true) {}
-    constexpr ErrorCode(const char* text, bool isStatic) : m_value(text, isStatic) {}
+    template <class Flag>
+        requires(std::is_same_v<Flag, bool>)  // so that no integer is taken for a flag
+    constexpr ErrorCode(const char* text, Flag isStatic) : m_value(text, isStatic) {}
     /// Errors   `std::length_error` for 2147483648 bytes and more.
     constexpr ErrorCode(const char* text, unsigned length, bool isStatic) : m_value(text, length, isStatic) {}
     ErrorCode(const SourceString& text) noexcept : m_value(text) {}
@@ -36,7 +39,11 @@ public:
     ErrorCode(TransferSource<ErrorCode> source) noexcept : m_value(source.take().m_value.transfer()) {}
 
     void assign(const char* text) { *this = ErrorCode(text); }
-    void assign(const char* text, bool isStatic) { *this = ErrorCode(text, isStatic); }
+    template <class Flag>
+        requires(std::is_same_v<Flag, bool>)
+    void assign(const char* text, Flag isStatic) {
+        *this = ErrorCode(text, isStatic);
+    }
     /// Copies.
     void assign(const char* text, unsigned length) { *this = ErrorCode(text, length, false); }
     void assign(const char* text, unsigned length, bool isStatic) { *this = ErrorCode(text, length, isStatic); }

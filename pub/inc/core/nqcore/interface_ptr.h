@@ -17,8 +17,7 @@ class InterfacePtr {
 public:
     constexpr InterfacePtr() noexcept = default;
     constexpr InterfacePtr(std::nullptr_t) noexcept {}
-    InterfacePtr(Interface* object, Owner owner) noexcept
-        : m_interface(object), m_owner(static_cast<Owner&&>(owner)) {}
+    InterfacePtr(Interface* object, Owner owner) noexcept : m_interface(object), m_owner(static_cast<Owner&&>(owner)) {}
 
     [[nodiscard]] Interface* get() const noexcept { return m_interface; }
     Interface* operator->() const noexcept { return m_interface; }

@@ -41,7 +41,9 @@ public:
     ///
     /// In       `isStatic`: true refers to `text`, which must outlive the string; false copies it.
     /// Errors   `std::bad_alloc`, `std::length_error` when copying.
-    constexpr SourceString(const char* text, bool isStatic) {
+    template <class Flag>
+        requires(std::is_same_v<Flag, bool>)  // so that no integer is taken for a flag
+    constexpr SourceString(const char* text, Flag isStatic) {
         if (isStatic) {
             refer_unmeasured(text);
         } else {
@@ -106,7 +108,11 @@ public:
     /// Errors   as the constructors; a view is refused from 2147483648 bytes on, whatever its length.
     [[nodiscard]] static SourceString create_copy(std::string_view text);
 
-    void assign(const char* text, bool isStatic) { *this = SourceString(text, isStatic); }
+    template <class Flag>
+        requires(std::is_same_v<Flag, bool>)
+    void assign(const char* text, Flag isStatic) {
+        *this = SourceString(text, isStatic);
+    }
     void assign(const char* text, unsigned length, bool isStatic) { *this = SourceString(text, length, isStatic); }
     void clear() noexcept { *this = SourceString(); }
     void swap(SourceString& other) noexcept {
@@ -196,7 +202,8 @@ private:
         }
         m_text = text;
         // Constants are measured while they are compiled, so that nothing ever writes to them.
-        m_length = std::is_constant_evaluated() ? static_cast<std::int32_t>(std::string_view(text).size()) : s_unmeasured;
+        m_length =
+            std::is_constant_evaluated() ? static_cast<std::int32_t>(std::string_view(text).size()) : s_unmeasured;
     }
 
     constexpr void refer_measured(const char* text, unsigned length) {

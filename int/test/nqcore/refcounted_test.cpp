@@ -1,0 +1,171 @@
+#include "nqcore/refcounted.h"
+
+#include "nqcore/interface_ptr.h"
+
+#include <gtest/gtest.h>
+#include <cstring>
+#include <string>
+#include <utility>
+
+namespace nqcore {
+namespace {
+
+// Counts its living instances and keeps a reference to another object.
+template <class Policy>
+struct Node : RefCounted<Policy> {
+    explicit Node(int* alive) : m_alive(alive) { ++*m_alive; }
+    Node(const Node& other) : RefCounted<Policy>(other), m_alive(other.m_alive) { ++*m_alive; }
+    ~Node() override { --*m_alive; }
+
+    int* m_alive;
+    RefCountPtr<Node> next;
+};
+
+struct Plain : RefCounted<AtomicRefCount> {};
+struct Derived : Plain {
+    int value = 7;
+};
+struct Recycled : RefCounted<AtomicRefCount> {
+    void destroy() override { ++destroyed; }
+    int destroyed = 0;
+};
+
+template <class Policy>
+class RefCounting : public testing::Test {
+public:
+    using Tracked = Node<Policy>;
+    int alive = 0;
+};
+using Policies = testing::Types<AtomicRefCount, NonAtomicRefCount>;
+TYPED_TEST_SUITE(RefCounting, Policies);
+
+TYPED_TEST(RefCounting, StartsAtZeroAndIsAdoptedByTheFirstPointer) {
+    using Object = typename TestFixture::Tracked;
+    auto* const raw = new Object(&this->alive);
+    EXPECT_FALSE(raw->has_unique_ref());
+    {
+        RefCountPtr<Object> first(raw);
+        EXPECT_TRUE(raw->has_unique_ref());
+        RefCountPtr<Object> second(first);
+        EXPECT_FALSE(raw->has_unique_ref());
+        const Object copy(*first);
+        EXPECT_FALSE(copy.has_unique_ref()) << "a copy starts at 0 again";
+    }
+    EXPECT_EQ(this->alive, 0);
+}
+
+TYPED_TEST(RefCounting, EveryWayInAndOutKeepsTheCount) {
+    using Ptr = RefCountPtr<typename TestFixture::Tracked>;
+    Ptr a(new typename TestFixture::Tracked(&this->alive));
+    Ptr moved(std::move(a));
+    EXPECT_TRUE(a.is_null());
+    EXPECT_TRUE(moved->has_unique_ref());
+    Ptr taken(moved.transfer());
+    EXPECT_TRUE(!moved && taken->has_unique_ref());
+    auto* const raw = taken.detach();
+    EXPECT_TRUE(taken.is_null() && raw->has_unique_ref());
+    taken.attach(raw);
+    EXPECT_TRUE(taken->has_unique_ref()) << "attach takes the reference over";
+    Ptr noAdd(taken.detach(), false);
+    EXPECT_TRUE(noAdd->has_unique_ref());
+    taken = noAdd.get();
+    EXPECT_FALSE(taken->has_unique_ref()) << "assignment from a raw pointer adds one";
+    const RefCountPtr<const typename TestFixture::Tracked>& view = taken.as_const_ptr();
+    EXPECT_EQ(view.get(), taken.get());
+    noAdd.clear();
+    EXPECT_TRUE(view->has_unique_ref()) << "the const view holds no reference of its own";
+    { auto dropped = taken.transfer(); }
+    EXPECT_EQ(this->alive, 0) << "a token that nobody takes releases";
+}
+
+TYPED_TEST(RefCounting, AssignmentFromInsideTheOldObjectIsSafe) {
+    using Ptr = RefCountPtr<typename TestFixture::Tracked>;
+    Ptr list(new typename TestFixture::Tracked(&this->alive));
+    list->next = new typename TestFixture::Tracked(&this->alive);
+    list = *&list;
+    EXPECT_EQ(this->alive, 2) << "self-assignment";
+    list = list->next;
+    EXPECT_EQ(this->alive, 1);
+    EXPECT_TRUE(list->has_unique_ref());
+    list = std::move(list->next);
+    EXPECT_EQ(this->alive, 0);
+}
+
+TEST(RefCounted, MisuseWithoutAReferenceIsNotGuarded) {
+    Recycled object;
+    { RefCountPtr<Recycled> stolen(&object, false); }
+    EXPECT_EQ(object.destroyed, 0) << "the count went to -1, not to 0";
+}
+
+TEST(RefCounted, DestroyIsCalledOnceOnTheLastRelease) {
+    Recycled object;
+    {
+        RefCountPtr<Recycled> a(&object);
+        RefCountPtr<Recycled> b(a);
+        a.clear();
+        EXPECT_EQ(object.destroyed, 0);
+    }
+    EXPECT_EQ(object.destroyed, 1);
+}
+
+TEST(RefCounted, ConvertsUpAndCastsDown) {
+    RefCountPtr<const Plain> base = RefCountPtr<Derived>(new Derived);
+    EXPECT_TRUE(base->has_unique_ref());
+    EXPECT_EQ(dynamic_reference_cast<const Derived>(base)->value, 7);
+    static_assert(!std::is_constructible_v<RefCountPtr<Plain>, RefCountPtr<const Plain>>, "const must not get lost");
+    static_assert(!std::is_convertible_v<RefCountPtr<Plain>, RefCountPtr<Derived>>);
+}
+
+TEST(RefCounted, BadCastsSayWhy) {
+    const RefCountPtr<Plain> none;
+    const RefCountPtr<Plain> plain(new Plain);
+    const auto text = [](const RefCountPtr<Plain>& source) -> std::string {
+        try {
+            static_cast<void>(dynamic_reference_cast<Derived>(source));
+        } catch (const std::bad_cast& e) {
+            return e.what();
+        }
+        return "no exception";
+    };
+    EXPECT_EQ(text(none), "Bad nqcore::dynamic_reference_cast<> (NULL source)");
+    EXPECT_EQ(text(plain), "Bad nqcore::dynamic_reference_cast<> (cast failed)");
+    EXPECT_THROW(static_cast<void>(dynamic_reference_cast<Derived>(none)), impl::BadCastNullRef);
+    EXPECT_THROW(static_cast<void>(dynamic_reference_cast<Derived>(plain)), impl::BadDynamicRefCast);
+}
+
+TEST(RefCounted, StrongWeakCountsStartAtOneAndPromoteOnlyTheLiving) {
+    AtomicStrongWeakRefCount refs;
+    for (int strong = 1; strong < 5; ++strong) {
+        EXPECT_TRUE(refs.increment_strong());
+    }
+    for (int strong = 5; strong > 1; --strong) {
+        EXPECT_FALSE(refs.decrement_strong());
+    }
+    EXPECT_TRUE(refs.has_strong_refs());
+    EXPECT_TRUE(refs.decrement_strong());
+    EXPECT_FALSE(refs.has_strong_refs());
+    EXPECT_FALSE(refs.increment_strong());
+    EXPECT_FALSE(refs.has_strong_refs()) << "a failed promotion leaves 0";
+    refs.increment_weak();
+    EXPECT_FALSE(refs.decrement_weak());
+    EXPECT_TRUE(refs.decrement_weak());
+}
+
+TEST(RefCounted, SizesAreThoseOfThePlainFields) {
+    static_assert(sizeof(AtomicRefCount) == 4 && sizeof(NonAtomicRefCount) == 4);
+    static_assert(sizeof(AtomicStrongWeakRefCount) == 8);
+    static_assert(sizeof(RefCounted<AtomicRefCount>) == 2 * sizeof(void*));
+    static_assert(sizeof(RefCountPtr<Plain>) == sizeof(void*));
+    static_assert(sizeof(InterfacePtr<int, RefCountPtr<Plain>>) == 2 * sizeof(void*));
+}
+
+TEST(RefCounted, DestroyIsTheFirstVirtualSlot) {
+    // In a pointer to a virtual member function the first word is 1 + its offset in the table.
+    auto member = &Recycled::destroy;
+    std::uintptr_t slot = 0;
+    std::memcpy(&slot, &member, sizeof slot);
+    EXPECT_EQ(slot, 1u);
+}
+
+}  // namespace
+}  // namespace nqcore

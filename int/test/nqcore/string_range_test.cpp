@@ -1,0 +1,113 @@
+#include "nqcore/string_range.h"
+
+#include "nqcore/source_string.h"
+
+#include <gtest/gtest.h>
+#include <string>
+
+namespace nqcore {
+
+void PrintTo(const StringRange& range, std::ostream* stream) {
+    *stream << '(' << range.first() << ", " << range.length() << ')';
+}
+
+namespace {
+
+constexpr unsigned npos = StringRange::npos;
+
+struct PairCase {
+    StringRange a, b, intersection, subrange;
+};
+
+constexpr PairCase s_pairCases[] = {
+    {{2, 5}, {4, npos}, {4, 3}, {6, 1}},
+    {{0, 2}, {5, 1}, {0, 0}, {2, 0}},
+    {{3, 10}, {4, 100}, {4, 9}, {7, 6}},
+    {{3, npos}, {4, 2}, {4, 2}, {7, 2}},
+    {{3, npos}, {4, npos}, {4, npos}, {7, npos}},
+    {{npos, 5}, {0, 5}, {0, 0}, {npos, 0}},
+    {{0, 5}, {npos, 5}, {0, 0}, {5, 0}},
+    {{0, npos}, {npos, 5}, {0, 0}, {npos, 0}},
+    {{5, 0}, {5, 3}, {5, 0}, {5, 0}},
+    {{2, 3}, {5, 3}, {5, 0}, {5, 0}},
+    {{npos - 2, 1}, {5, 1}, {0, 0}, {npos - 1, 0}},
+    {{npos - 2, 9}, {npos - 3, 2}, {npos - 2, 1}, {npos, 0}},
+    {{0, 7}, {0, 7}, {0, 7}, {0, 7}},
+};
+
+TEST(StringRange, IntersectsAndNests) {
+    for (const PairCase& row : s_pairCases) {
+        SCOPED_TRACE(testing::PrintToString(row.a) + " with " + testing::PrintToString(row.b));
+        EXPECT_EQ(row.a.intersection(row.b), row.intersection);
+        EXPECT_EQ(row.b.intersection(row.a), row.intersection);
+        EXPECT_EQ(row.a.subrange(row.b), row.subrange);
+    }
+}
+
+struct LastCase {
+    StringRange range;
+    unsigned last, set;
+    StringRange after;
+};
+
+constexpr LastCase s_lastCases[] = {
+    {{3, 0}, 3, 10, {3, 7}},
+    {{3, 0}, 3, 2, {3, 0}},
+    {{3, 4}, 7, 3, {3, 0}},
+    {{3, 4}, 7, npos, {3, npos}},
+    {{3, npos}, npos, 4, {3, 1}},
+    {{npos, 1}, npos, npos, {npos, 0}},
+    {{npos - 1, 1}, npos, 5, {npos - 1, 0}},
+};
+
+TEST(StringRange, EndFollowsStartAndLength) {
+    for (const LastCase& row : s_lastCases) {
+        StringRange range = row.range;
+        EXPECT_EQ(range.last(), row.last) << testing::PrintToString(row.range);
+        range.last(row.set);
+        EXPECT_EQ(range, row.after) << testing::PrintToString(row.range) << " to " << row.set;
+    }
+}
+
+TEST(StringRange, KnowsEmptyAndUnbounded) {
+    EXPECT_TRUE(StringRange().empty());
+    EXPECT_TRUE(StringRange(npos, 5).empty());
+    EXPECT_TRUE(StringRange(3, 0).empty());
+    EXPECT_FALSE(StringRange(3, 1).empty());
+    EXPECT_TRUE(StringRange(3, npos).unbounded());
+    StringRange range(1, 2);
+    range.first(9);
+    EXPECT_EQ(range, StringRange(9, 2)) << "setting the start keeps the length";
+    EXPECT_LT(StringRange(1, 9), StringRange(2, 0));
+    EXPECT_LT(StringRange(1, 1), StringRange(1, 2));
+}
+
+template <class P>
+void expect_slices(P handle) {
+    using Traits = StringSliceTraits<P>;
+    using Text = std::basic_string<typename Traits::CharType>;
+    const StringRange range(1, 3);
+    EXPECT_EQ(Traits::string_size(handle), 5u);
+    const Text forward(Traits::string_begin(handle, range), Traits::string_end(handle, range));
+    const Text backward(Traits::string_rbegin(handle, range), Traits::string_rend(handle, range));
+    EXPECT_EQ(forward, Text({'b', 'c', 'd'}));
+    EXPECT_EQ(backward, Text({'d', 'c', 'b'}));
+    EXPECT_TRUE(Traits::is_null_pointer(nullptr));
+    EXPECT_FALSE(Traits::is_null_pointer(handle));
+    EXPECT_TRUE(Traits::equal_pointers(handle, handle));
+    EXPECT_EQ(Traits::string_size(Traits::empty_string_pointer()), 0u);
+}
+
+TEST(StringSliceTraits, SlicesEveryKindOfHandle) {
+    const std::string narrow = "abcde";
+    const std::wstring wide = L"abcde";
+    const SourceString source("abcde", true);
+    expect_slices<const char*>(narrow.c_str());
+    expect_slices<const wchar_t*>(wide.c_str());
+    expect_slices<const std::string*>(&narrow);
+    expect_slices<const std::wstring*>(&wide);
+    expect_slices<const SourceString*>(&source);
+}
+
+}  // namespace
+}  // namespace nqcore
