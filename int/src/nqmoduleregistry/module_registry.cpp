@@ -1,8 +1,10 @@
 #include "nqmoduleregistry/module_registry.h"
 
+#include <atomic>
 #include <cstring>
 #include <mutex>
 #include <new>
+#include <thread>
 
 namespace nqmoduleregistry {
 namespace {
@@ -22,9 +24,23 @@ struct Entry {
     Entry* next;
 };
 
+/// A lock that needs no construction. Nobody holds it for longer than a short list takes to search.
+class SpinLock {
+public:
+    void lock() noexcept {
+        while (m_taken.test_and_set(std::memory_order_acquire)) {
+            std::this_thread::yield();
+        }
+    }
+    void unlock() noexcept { m_taken.clear(std::memory_order_release); }
+
+private:
+    std::atomic_flag m_taken;
+};
+
 // Modules register while they are loaded and leave while they are unloaded, in any order with this library's own
-// static objects: the list is constant-initialised and never destroyed.
-constinit std::mutex s_mutex;
+// static objects: lock and list are constant-initialised and never destroyed.
+constinit SpinLock s_lock;
 constinit Entry* s_first = nullptr;
 
 // The link that points at the entry called `name`, or at the end of the list.
@@ -53,7 +69,7 @@ bool add_module_info(const char* name, const char* xml) noexcept {
     if (name == nullptr || xml == nullptr) {
         return false;
     }
-    const std::lock_guard lock(s_mutex);
+    const std::lock_guard lock(s_lock);
     Entry** const link = find(name);
     if (*link != nullptr) {
         return false;
@@ -76,7 +92,7 @@ bool query_module_info(const char* name, ModuleInfo* info) noexcept {
     if (name == nullptr || info == nullptr) {
         return false;
     }
-    const std::lock_guard lock(s_mutex);
+    const std::lock_guard lock(s_lock);
     const Entry* const entry = *find(name);
     if (entry == nullptr) {
         return false;
@@ -99,7 +115,7 @@ bool remove_module_info(const char* name) noexcept {
     if (name == nullptr) {
         return false;
     }
-    const std::lock_guard lock(s_mutex);
+    const std::lock_guard lock(s_lock);
     Entry** const link = find(name);
     Entry* const entry = *link;
     if (entry == nullptr) {

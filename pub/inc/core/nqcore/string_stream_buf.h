@@ -1,0 +1,51 @@
+// Stream buffers over text that lies elsewhere: standard stream extraction from a slice, without copying it.
+//
+//     nqcore::impl::StringToStreamBuf buffer(text + 4, 3);
+//     std::istream stream(&buffer);
+//     stream >> value;
+#pragma once
+
+#include "nqcore/config.h"
+
+#include <ios>
+#include <streambuf>
+
+namespace nqcore::impl {
+
+/// A read-only stream buffer over characters that it does not own.
+///
+/// A copy reads the same characters from the place where the original stands. Writing and putting back a character
+/// other than the one that was read fail.
+///
+/// Lifetime the characters must outlive the buffer.
+template <class Char>
+class NQCORE_API BasicStringToStreamBuf : public std::basic_streambuf<Char> {
+public:
+    using Base = std::basic_streambuf<Char>;
+    using typename Base::off_type;
+    using typename Base::pos_type;
+
+    /// In       `length`: characters; 0xFFFFFFFF means "up to the NUL". A null `text` counts as empty.
+    BasicStringToStreamBuf(const Char* text, unsigned length);
+    BasicStringToStreamBuf(const BasicStringToStreamBuf& other);
+    BasicStringToStreamBuf& operator=(const BasicStringToStreamBuf& other);
+    ~BasicStringToStreamBuf() override;
+
+protected:
+    /// Moves the reading position, counted from the start, the present position or the end.
+    ///
+    /// Returns  the new position from the start; -1, and nothing moves, for a place before the start or after the end,
+    ///          or when `which` does not ask for reading.
+    pos_type seekoff(off_type offset, std::ios_base::seekdir direction, std::ios_base::openmode which) override;
+    pos_type seekpos(pos_type position, std::ios_base::openmode which) override;
+    /// Nothing comes after the end.
+    std::streamsize showmanyc() override;
+};
+
+extern template class NQCORE_API BasicStringToStreamBuf<char>;
+extern template class NQCORE_API BasicStringToStreamBuf<wchar_t>;
+
+using StringToStreamBuf = BasicStringToStreamBuf<char>;
+using StringToStreamBufW = BasicStringToStreamBuf<wchar_t>;
+
+}  // namespace nqcore::impl
