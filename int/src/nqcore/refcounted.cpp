@@ -1,19 +1,6 @@
 #include "nqcore/refcounted.h"
 
-namespace nqcore {
-
-template <class Policy>
-void RefCounted<Policy>::destroy() {
-    delete this;
-}
-
-template <class Policy>
-RefCounted<Policy>::~RefCounted() = default;
-
-template class RefCounted<AtomicRefCount>;
-template class RefCounted<NonAtomicRefCount>;
-
-namespace impl {
+namespace nqcore::impl {
 
 const char* BadCastNullRef::what() const noexcept { return "Bad nqcore::dynamic_reference_cast<> (NULL source)"; }
 
@@ -26,5 +13,4 @@ void throw_bad_dynamic_ref_cast(const void* source) {
     throw BadDynamicRefCast();
 }
 
-}  // namespace impl
-}  // namespace nqcore
+}  // namespace nqcore::impl

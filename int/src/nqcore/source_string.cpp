@@ -85,6 +85,9 @@ unsigned narrow(std::size_t length) noexcept {
 
 }  // namespace
 
+constexpr unsigned SourceString::npos;
+constexpr char SourceString::sm_emptyStrData[1];
+
 SourceString::SourceString(const StringTraceData::Ptr& data) {
     if (!data) {
         return;

@@ -2,11 +2,10 @@
 
 #include "nqcore/source_string.h"
 
-#include <cwchar>
 #include <new>
 #include <string>
 
-namespace nqcore {
+namespace nqcore::impl {
 namespace {
 
 constexpr unsigned saturated(std::size_t length) noexcept {
@@ -21,48 +20,20 @@ const T* shared_empty() noexcept {
     return object;
 }
 
-inline const char* empty_of(const char*) noexcept { return SourceString::sm_emptyStrData; }
-inline const wchar_t* empty_of(const wchar_t*) noexcept { return L""; }
-template <class T>
-const T* empty_of(const T*) noexcept {
-    return shared_empty<T>();
-}
-
-inline const char* data_of(const char* handle) noexcept { return handle; }
-inline const wchar_t* data_of(const wchar_t* handle) noexcept { return handle; }
-template <class T>
-auto data_of(const T* handle) noexcept {
-    return handle->data();
-}
-
-inline std::size_t size_of(const char* handle) noexcept { return std::char_traits<char>::length(handle); }
-inline std::size_t size_of(const wchar_t* handle) noexcept { return std::char_traits<wchar_t>::length(handle); }
-template <class T>
-std::size_t size_of(const T* handle) noexcept {
-    return handle->size();
-}
-
 }  // namespace
 
-template <class P>
-P StringSliceTraits<P>::empty_string_pointer() noexcept {
-    return empty_of(P());
-}
+const char* slice_data(const std::string* handle) noexcept { return handle->data(); }
+const wchar_t* slice_data(const std::wstring* handle) noexcept { return handle->data(); }
+const char* slice_data(const SourceString* handle) noexcept { return handle->data(); }
 
-template <class P>
-auto StringSliceTraits<P>::string_data(P handle) noexcept -> const CharType* {
-    return data_of(handle);
-}
+unsigned slice_size(const char* handle) noexcept { return saturated(std::char_traits<char>::length(handle)); }
+unsigned slice_size(const wchar_t* handle) noexcept { return saturated(std::char_traits<wchar_t>::length(handle)); }
+unsigned slice_size(const std::string* handle) noexcept { return saturated(handle->size()); }
+unsigned slice_size(const std::wstring* handle) noexcept { return saturated(handle->size()); }
+unsigned slice_size(const SourceString* handle) noexcept { return handle->size(); }
 
-template <class P>
-unsigned StringSliceTraits<P>::string_size(P handle) noexcept {
-    return saturated(size_of(handle));
-}
+const std::string* slice_empty(const std::string*) noexcept { return shared_empty<std::string>(); }
+const std::wstring* slice_empty(const std::wstring*) noexcept { return shared_empty<std::wstring>(); }
+const SourceString* slice_empty(const SourceString*) noexcept { return shared_empty<SourceString>(); }
 
-template class StringSliceTraits<const char*>;
-template class StringSliceTraits<const wchar_t*>;
-template class StringSliceTraits<const std::string*>;
-template class StringSliceTraits<const std::wstring*>;
-template class StringSliceTraits<const SourceString*>;
-
-}  // namespace nqcore
+}  // namespace nqcore::impl

@@ -1,6 +1,10 @@
 // What every public header needs first: how the library's symbols are exported and imported.
 //
 // NQCORE_API     on a class or function that the shared library exports.
+//                A static constexpr member of an exported class is declared once more in its source file: on Windows
+//                nothing else makes the library export it.
+// NQCORE_TEMPLATE_API  on a class template whose run-time type is shared between modules. Windows compares types by
+//                name, so nothing is exported there: an imported template could not be used without optimisation.
 // NQCORE_BUILD   defined while the shared library itself is compiled.
 // NQCORE_STATIC  defined by programs that link the library's objects directly (its own tests do).
 #pragma once
@@ -13,8 +17,10 @@
 #    else
 #        define NQCORE_API __declspec(dllimport)
 #    endif
+#    define NQCORE_TEMPLATE_API
 #else
 #    define NQCORE_API __attribute__((visibility("default")))
+#    define NQCORE_TEMPLATE_API NQCORE_API
 #endif
 
 // Marks failure paths: kept out of line and away from the hot code.

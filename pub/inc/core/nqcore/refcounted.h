@@ -105,7 +105,7 @@ private:
 /// Threads  with `AtomicRefCount` the count may be shared freely; the thread that takes it to zero destroys.
 /// Cost     one locked instruction for each copy and each release.
 template <class Policy>
-class RefCounted {
+class NQCORE_TEMPLATE_API RefCounted {
 public:
     /// True when exactly one reference exists. A new object that no pointer has adopted has none.
     [[nodiscard]] bool has_unique_ref() const noexcept { return m_refs.is_unique(); }
@@ -117,8 +117,8 @@ protected:
     RefCounted& operator=(const RefCounted&) noexcept { return *this; }
 
     /// Called once, when the count falls to zero; deletes the object. Override to recycle or to defer.
-    virtual void destroy();
-    virtual ~RefCounted();
+    virtual void destroy() { delete this; }
+    virtual ~RefCounted() = default;
 
 private:
     template <class T>
@@ -141,9 +141,6 @@ private:
 
     mutable Policy m_refs;
 };
-
-extern template class NQCORE_API RefCounted<AtomicRefCount>;
-extern template class NQCORE_API RefCounted<NonAtomicRefCount>;
 
 /// Owns one reference to a `T`, or is null. One raw pointer in size.
 ///

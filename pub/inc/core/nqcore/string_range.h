@@ -9,6 +9,7 @@
 #include <compare>
 #include <iosfwd>
 #include <string_view>  // std::reverse_iterator comes with it, at half the weight of <iterator>
+#include <type_traits>
 
 namespace nqcore {
 
@@ -99,18 +100,22 @@ private:
 
 namespace impl {
 
-template <class P>
-struct SliceChar {
-    using type = char;
-};
-template <>
-struct SliceChar<const wchar_t*> {
-    using type = wchar_t;
-};
-template <>
-struct SliceChar<const std::wstring*> {
-    using type = wchar_t;
-};
+// The characters of each kind of handle, their number, and the shared empty handle (chosen by the argument's type).
+[[nodiscard]] inline const char* slice_data(const char* handle) noexcept { return handle; }
+[[nodiscard]] inline const wchar_t* slice_data(const wchar_t* handle) noexcept { return handle; }
+[[nodiscard]] NQCORE_API const char* slice_data(const std::string* handle) noexcept;
+[[nodiscard]] NQCORE_API const wchar_t* slice_data(const std::wstring* handle) noexcept;
+[[nodiscard]] NQCORE_API const char* slice_data(const SourceString* handle) noexcept;
+[[nodiscard]] NQCORE_API unsigned slice_size(const char* handle) noexcept;
+[[nodiscard]] NQCORE_API unsigned slice_size(const wchar_t* handle) noexcept;
+[[nodiscard]] NQCORE_API unsigned slice_size(const std::string* handle) noexcept;
+[[nodiscard]] NQCORE_API unsigned slice_size(const std::wstring* handle) noexcept;
+[[nodiscard]] NQCORE_API unsigned slice_size(const SourceString* handle) noexcept;
+[[nodiscard]] inline const char* slice_empty(const char*) noexcept { return ""; }
+[[nodiscard]] inline const wchar_t* slice_empty(const wchar_t*) noexcept { return L""; }
+[[nodiscard]] NQCORE_API const std::string* slice_empty(const std::string*) noexcept;
+[[nodiscard]] NQCORE_API const std::wstring* slice_empty(const std::wstring*) noexcept;
+[[nodiscard]] NQCORE_API const SourceString* slice_empty(const SourceString*) noexcept;
 
 }  // namespace impl
 
@@ -122,16 +127,16 @@ struct SliceChar<const std::wstring*> {
 template <class P>
 class StringSliceTraits {
 public:
-    using CharType = typename impl::SliceChar<P>::type;
+    using CharType = std::remove_const_t<std::remove_pointer_t<decltype(impl::slice_data(P()))>>;
     using ReverseIterator = std::reverse_iterator<const CharType*>;
 
     /// A handle to a shared empty string.
-    [[nodiscard]] static P empty_string_pointer() noexcept;
+    [[nodiscard]] static P empty_string_pointer() noexcept { return impl::slice_empty(P()); }
     [[nodiscard]] static bool is_null_pointer(P handle) noexcept { return handle == nullptr; }
     [[nodiscard]] static bool equal_pointers(P a, P b) noexcept { return a == b; }
-    [[nodiscard]] static const CharType* string_data(P handle) noexcept;
+    [[nodiscard]] static const CharType* string_data(P handle) noexcept { return impl::slice_data(handle); }
     /// Characters; for character pointers up to the NUL.
-    [[nodiscard]] static unsigned string_size(P handle) noexcept;
+    [[nodiscard]] static unsigned string_size(P handle) noexcept { return impl::slice_size(handle); }
 
     [[nodiscard]] static const CharType* string_begin(P handle, const StringRange& range) noexcept {
         return string_data(handle) + range.first();
@@ -146,11 +151,5 @@ public:
         return ReverseIterator(string_begin(handle, range));
     }
 };
-
-extern template class NQCORE_API StringSliceTraits<const char*>;
-extern template class NQCORE_API StringSliceTraits<const wchar_t*>;
-extern template class NQCORE_API StringSliceTraits<const std::string*>;
-extern template class NQCORE_API StringSliceTraits<const std::wstring*>;
-extern template class NQCORE_API StringSliceTraits<const SourceString*>;
 
 }  // namespace nqcore
