@@ -1,0 +1,51 @@
+// Source strings against the standard string (which copies) and a shared pointer to one (which counts, too).
+#include "nqcore/source_string.h"
+
+#include <benchmark/benchmark.h>
+#include <memory>
+#include <string>
+
+namespace {
+
+constexpr char s_text[] = "a name of middling length";
+
+void wrap_literal(benchmark::State& state) {
+    for (auto _ : state) {
+        const char* text = s_text;
+        benchmark::DoNotOptimize(text);
+        nqcore::SourceString name(text, true);
+        benchmark::DoNotOptimize(name);
+    }
+}
+
+void wrap_literal_std(benchmark::State& state) {
+    for (auto _ : state) {
+        const char* text = s_text;
+        benchmark::DoNotOptimize(text);
+        std::string name(text);
+        benchmark::DoNotOptimize(name);
+    }
+}
+
+void copy_dynamic(benchmark::State& state) {
+    const nqcore::SourceString original(s_text, sizeof s_text - 1);
+    for (auto _ : state) {
+        nqcore::SourceString copy(original);
+        benchmark::DoNotOptimize(copy);
+    }
+}
+
+void copy_shared_std(benchmark::State& state) {
+    const auto original = std::make_shared<const std::string>(s_text);
+    for (auto _ : state) {
+        std::shared_ptr<const std::string> copy(original);
+        benchmark::DoNotOptimize(copy);
+    }
+}
+
+BENCHMARK(wrap_literal)->Name("source_string/wrap_literal/nqcore/25");
+BENCHMARK(wrap_literal_std)->Name("source_string/wrap_literal/std/25");
+BENCHMARK(copy_dynamic)->Name("source_string/copy_dynamic/nqcore/25");
+BENCHMARK(copy_shared_std)->Name("source_string/copy_dynamic/std/25");
+
+}  // namespace
