@@ -1,5 +1,8 @@
 # Sourced by ./dev: running the tests of a built tree.
 
+# Put before ctest when a test run needs it.
+test_prefix=()
+
 # run_tests TREE [CTEST OPTIONS]: notes the tree's line of counts; returns 1 when a test failed or none ran.
 run_tests() {
     local tree=$1 folder=$root/build/$1 line status=0 counted=0
@@ -7,7 +10,7 @@ run_tests() {
     rm -rf "$folder/test-results"
     mkdir -p "$folder/test-results"
     try_step "test-$tree" "running the tests of $tree" \
-        ctest --test-dir "$folder" -L gtest -j "$jobs" --output-on-failure --no-tests=error \
+        "${test_prefix[@]}" ctest --test-dir "$folder" -L gtest -j "$jobs" --output-on-failure --no-tests=error \
         --output-junit "$folder/test-results/ctest.xml" "$@" || status=1
     line=$(python3 "$root/scripts/count_tests.py" "$tree" "$folder/test-results/ctest.xml" "$folder/test-results" \
         2>> "$log_folder/test-$tree.log") || counted=1

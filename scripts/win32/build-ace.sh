@@ -7,35 +7,31 @@
 # The package's signature and hashes are apt's to check. Its patch concerns Perl scripts only, so the original archive
 # is unpacked as it is.
 fetch_source() {
-    local source=$1 work
+    local source=$1 apt=$scratch/apt tree=$scratch/tree
     [ -f "$source/.complete" ] && return
-    work=$(mktemp -d "$cache/fetch-ace.XXXXXX")
-    mkdir "$work/sources" "$work/tree"
-    apt_source deb-src "$work/sources"
-    private_apt "$work" update
-    (cd "$work" && private_apt "$work" --download-only source "ace=$ace_source_package")
-    tar -xf "$work/ace_${ace_source_package%-*}.orig.tar.gz" -C "$work/tree" --strip-components=1
-    touch "$work/tree/.complete"
+    mkdir -p "$apt/sources" "$tree"
+    apt_source deb-src "$apt/sources"
+    private_apt "$apt" update
+    (cd "$scratch" && private_apt "$apt" --download-only source "ace=$ace_source_package")
+    tar --no-same-owner -xf "$scratch/ace_${ace_source_package%-*}.orig.tar.gz" -C "$tree" --strip-components=1
+    touch "$tree/.complete"
     rm -rf "$source"
-    mv "$work/tree" "$source"
-    rm -rf "$work"
+    mv "$tree" "$source"
 }
 
 build() {
-    local root=$1 source=$cache/ace-$ace_version-source build
+    local root=$1 source=$cache/ace-$ace_version-source result=$scratch/root
     [ -f "$root/.complete" ] && return
     fetch_source "$source"
-    build=$(mktemp -d "$cache/build-ace.XXXXXX")
-    cmake -S "$repository/cmake/ace" -B "$build" -G Ninja \
+    cmake -S "$repository/cmake/ace" -B "$scratch/build" -G Ninja \
         -DCMAKE_TOOLCHAIN_FILE="$repository/cmake/i686-w64-mingw32.cmake" -DNQCORE_ACE_ROOT=none \
         -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS_RELEASE="-O1 -DNDEBUG" \
-        -DACE_SOURCE_DIR="$source" -DCMAKE_INSTALL_PREFIX="$build/root" >&2
-    cmake --build "$build" >&2
-    cmake --install "$build" --strip > "$build/install.log"
-    touch "$build/root/.complete"
+        -DACE_SOURCE_DIR="$source" -DCMAKE_INSTALL_PREFIX="$result" >&2
+    cmake --build "$scratch/build" >&2
+    cmake --install "$scratch/build" --strip > "$scratch/install.log"
+    touch "$result/.complete"
     rm -rf "$root"
-    mv "$build/root" "$root"
-    rm -rf "$build"
+    mv "$result" "$root"
 }
 
 root=$(ace_root)

@@ -19,12 +19,15 @@ ace_root() {
 wine_root() { echo "$cache/wine-$(recipe_id "$win32_scripts/get-wine.sh")"; }
 
 # locked NAME COMMAND...: runs COMMAND while no other process, of this clone or another, holds NAME in the cache.
+# COMMAND finds an empty folder in $scratch, which goes when it ends.
 locked() {
     local name=$1
     shift
     mkdir -p "$cache"
     (
         flock 9
+        scratch=$(mktemp -d "$cache/$name.XXXXXX")
+        trap 'rm -rf "$scratch"' EXIT
         "$@" 9>&-
     ) 9> "$cache/$name.lock"
 }

@@ -6,18 +6,15 @@
 . "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
 download() {
-    local packages=$1 work
+    local packages=$1 apt=$scratch/apt
     [ -f "$packages/.complete" ] && return
-    work=$(mktemp -d "$cache/fetch-wine.XXXXXX")
-    mkdir "$work/sources"
-    apt_source deb "$work/sources"
-    private_apt "$work" -o APT::Architecture=i386 -o APT::Architectures=i386 update
-    private_apt "$work" -o APT::Architecture=i386 -o APT::Architectures=i386 \
-        --download-only install wine32 fonts-wine
-    touch "$work/archives/.complete"
+    mkdir -p "$apt/sources"
+    apt_source deb "$apt/sources"
+    private_apt "$apt" -o APT::Architecture=i386 -o APT::Architectures=i386 update
+    private_apt "$apt" -o APT::Architecture=i386 -o APT::Architectures=i386 --download-only install wine32 fonts-wine
+    touch "$apt/archives/.complete"
     rm -rf "$packages"
-    mv "$work/archives" "$packages"
-    rm -rf "$work"
+    mv "$apt/archives" "$packages"
 }
 
 # What maintainer scripts and the C library package would have done.
@@ -35,10 +32,10 @@ adapt() {
 }
 
 unpack() {
-    local root=$1 packages=$cache/wine-packages tree deb
+    local root=$1 packages=$cache/wine-packages tree=$scratch/tree deb
     [ -f "$root/.complete" ] && return
     download "$packages"
-    tree=$(mktemp -d "$cache/unpack-wine.XXXXXX")
+    mkdir "$tree"
     for deb in "$packages"/*.deb; do
         case ${deb##*/} in
             # The C library is libc6-i386's. The rest serves video, cameras, scanners, directories: never loaded here.
@@ -49,7 +46,6 @@ unpack() {
         dpkg-deb -x "$deb" "$tree"
     done
     adapt "$tree"
-    chmod 755 "$tree"
     touch "$tree/.complete"
     rm -rf "$root"
     mv "$tree" "$root"

@@ -53,20 +53,28 @@ public:
     [[nodiscard]] const SourceString& message() const noexcept { return m_message; }
     [[nodiscard]] const ErrorParams& params() const noexcept { return m_params; }
 
-    /// As `ErrorParams::add`.
-    ErrorComposer& param(const char* name, unsigned nameLength, const char* value, unsigned valueLength) {
+    /// As `ErrorParams::add`. On an rvalue these stay rvalues, so that `create` at the end of a chain copies nothing.
+    ErrorComposer& param(const char* name, unsigned nameLength, const char* value, unsigned valueLength) & {
         m_params.add(name, nameLength, value, valueLength);
         return *this;
     }
+    ErrorComposer&& param(const char* name, unsigned nameLength, const char* value, unsigned valueLength) && {
+        return static_cast<ErrorComposer&&>(param(name, nameLength, value, valueLength));
+    }
     template <class Value>
-    ErrorComposer& param(std::string_view name, const Value& value) {
+    ErrorComposer& param(std::string_view name, const Value& value) & {
         m_params.add(name, value);
         return *this;
     }
-    ErrorComposer& params(const ErrorParams& other) {
+    template <class Value>
+    ErrorComposer&& param(std::string_view name, const Value& value) && {
+        return static_cast<ErrorComposer&&>(param(name, value));
+    }
+    ErrorComposer& params(const ErrorParams& other) & {
         m_params.add(other);
         return *this;
     }
+    ErrorComposer&& params(const ErrorParams& other) && { return static_cast<ErrorComposer&&>(params(other)); }
 
     [[nodiscard]] RefCountPtr<const ErrorInfo> create(const ErrorCode& code, const SourceLocation& location) const&;
     [[nodiscard]] RefCountPtr<const ErrorInfo> create(const ErrorCode& code, const SourceLocation& location) &&;
@@ -124,31 +132,42 @@ public:
     ParamText(std::string_view text) noexcept : m_text(text) {}
     ParamText(const char* text) noexcept : m_text(text == nullptr ? std::string_view() : std::string_view(text)) {}
     ParamText(const SourceString& text) noexcept : m_text(text.view()) {}
-    ParamText(long long number) noexcept;
-    ParamText(unsigned long long number) noexcept;
-    ParamText(int number) noexcept : ParamText(static_cast<long long>(number)) {}
-    ParamText(unsigned number) noexcept : ParamText(static_cast<unsigned long long>(number)) {}
-    ParamText(long number) noexcept : ParamText(static_cast<long long>(number)) {}
-    ParamText(unsigned long number) noexcept : ParamText(static_cast<unsigned long long>(number)) {}
+    ParamText(bool value) noexcept : m_text(value ? "true" : "false") {}
+    template <class Number>
+        requires(std::is_integral_v<Number>)
+    ParamText(Number number) noexcept {
+        if constexpr (std::is_signed_v<Number>) {
+            write_signed(number);
+        } else {
+            write_unsigned(number);
+        }
+    }
+    // Other pointers would count as `bool`.
+    ParamText(const void*) = delete;
     ParamText(const ParamText&) = delete;
     ParamText& operator=(const ParamText&) = delete;
 
     [[nodiscard]] std::string_view text() const noexcept { return m_text; }
 
 private:
+    void write_signed(long long number) noexcept;
+    void write_unsigned(unsigned long long number) noexcept;
+
     std::string_view m_text;
-    char m_digits[24] = {};
+    char m_digits[20];
 };
 
 /// The composer for a literal message and literal names, both kept by reference.
-[[nodiscard]] NQCORE_API NQCORE_COLD ErrorComposer compose_error(std::string_view message, const char* const* names,
-                                                                 const ParamText* values, unsigned count);
+[[nodiscard]] NQCORE_API NQCORE_COLD ErrorComposer compose_error(std::string_view message,
+                                                                 const std::string_view* names, const ParamText* values,
+                                                                 unsigned count);
 
 /// True when the placeholders of `message` and the `count` names are the same set.
-constexpr bool placeholders_match(std::string_view message, const char* const* names, unsigned count) noexcept {
+constexpr bool placeholders_match(std::string_view message, const std::string_view* names, unsigned count) noexcept {
     unsigned long long used = 0;
-    for (std::size_t at = message.find("{@"); at != message.npos; at = message.find("{@", at + 2)) {
-        const std::size_t end = message.find('}', at);
+    std::size_t end = 0;
+    for (std::size_t at = message.find("{@"); at != message.npos; at = message.find("{@", end + 1)) {
+        end = message.find('}', at + 2);
         if (end == message.npos) {
             break;
         }
@@ -202,12 +221,13 @@ public:
 
 private:
     template <class... Names>
-    consteval ErrorTemplate(std::true_type, const char* message, Names... names) : m_message(message), m_names{names...} {
+    consteval ErrorTemplate(std::true_type, const char* message, Names... names)
+        : m_message(message), m_names{names...} {
         static_assert(sizeof...(Names) == Count && Count <= 64);
     }
 
     std::string_view m_message;
-    const char* m_names[Count == 0 ? 1 : Count];
+    std::string_view m_names[Count == 0 ? 1 : Count];
 };
 
 template <class... Names>

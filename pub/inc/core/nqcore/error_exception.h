@@ -130,6 +130,9 @@ private:
 [[noreturn]] NQCORE_API void throw_error(const ErrorCode& code, const SourceString& message, ErrorParams params,
                                          const SourceLocation& location, const RefCountPtr<const ErrorInfo>& nested);
 
+/// The message of a C runtime error number; "Unknown error (errno=<number>)" when nobody has one.
+[[nodiscard]] NQCORE_API SourceString errno_message(int errnoValue);
+
 /// Sets `errno`, and clears the system error number that the runtime keeps beside it.
 ///
 /// In       `value`: 10035 (the socket number for "would block") is stored as 11.

@@ -71,8 +71,10 @@ public:
     }
     /// Copies every entry of `other` in; its values replace values of equal names.
     ErrorParams& add(const ErrorParams& other);
-    /// As `add`, keeping `name` by reference: it must be a literal that outlives the set.
-    ErrorParams& add_literal_name(const char* name, std::string_view value);
+    /// As `add`, keeping `name` by reference: it must be a literal, or outlive the set and all its copies.
+    ErrorParams& add_literal_name(std::string_view name, std::string_view value);
+    /// Makes room for `count` entries in all, so that adding them takes one allocation.
+    void reserve(unsigned count);
 
     /// The text that stands for a C string value: a copy, or the empty string for null.
     [[nodiscard]] static std::string make_assign_value(const char* value);

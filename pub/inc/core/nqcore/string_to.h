@@ -160,7 +160,7 @@ inline constexpr IntegerType s_integerType = {
 ///
 /// Range    texts below 128 characters. A number that is too large gives an infinity, one too small 0, as `strtod`.
 /// Errors   the conversion failure for anything else; the default is a quiet NaN.
-/// Cost     no allocation; up to 19 digits with a small exponent need one multiplication.
+/// Cost     no allocation; up to 15 digits with a small exponent need one multiplication or division.
 [[nodiscard]] NQCORE_API double string_to_double(std::string_view text, ErrorSlot error);
 [[nodiscard]] NQCORE_API double string_to_double(std::wstring_view text, ErrorSlot error);
 /// The nearest double, rounded to float.

@@ -1,0 +1,144 @@
+#include "nqcore/error_exception.h"
+
+#include "nqcore/error_or.h"
+#include "nqcore/refcount_guard.h"
+#include "nqcore/weak_ref_ptr.h"
+#include "source_id.h"
+
+#include <new>
+#include <ostream>
+#include <sstream>
+#include <string>
+#include <utility>
+
+namespace nqcore {
+namespace {
+
+constexpr SourceId s_source("$Id: //nqcore/int/src/nqcore/error_exception.cpp#1 $");
+constexpr SourceId s_refcountedSource("$Id: //nqcore/int/src/nqcore/refcounted.cpp#1 $");
+constexpr unsigned s_nullErrorLine = 43;
+constexpr unsigned s_tooManyReadersLine = 34;
+
+ErrorInfo::Ptr weak_ref_promote_error() {
+    return ErrorInfo::create(error::exception_weakRefPromoteException,
+                             "Weak reference cannot be promoted: the object is gone",
+                             s_source.here("nqcore::WeakRefPromoteException::WeakRefPromoteException()"));
+}
+
+}  // namespace
+
+ErrorException::ErrorException(const ErrorInfo::Ptr& error)
+    : m_error(error.is_null() ? impl::unknown_error() : error) {}
+
+ErrorException::ErrorException(const ErrorException& other) noexcept : std::exception(other), m_error(other.m_error) {}
+
+ErrorException& ErrorException::operator=(const ErrorException& other) noexcept {
+    if (this != &other) {
+        std::exception::operator=(other);
+        m_error = other.m_error;
+        delete std::exchange(m_whatText, nullptr);
+    }
+    return *this;
+}
+
+ErrorException::~ErrorException() { delete m_whatText; }
+
+const char* ErrorException::what() const noexcept {
+    if (const std::string* const kept = __atomic_load_n(&m_whatText, __ATOMIC_ACQUIRE)) {
+        return kept->c_str();
+    }
+    try {
+        const std::string* const built = new std::string(build_what_text());
+        const std::string* kept = nullptr;
+        if (__atomic_compare_exchange_n(&m_whatText, &kept, built, false, __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE)) {
+            return built->c_str();
+        }
+        // Another thread was faster; what it returned must stay.
+        delete built;
+        return kept->c_str();
+    } catch (...) {
+        return "nqcore::ErrorException";
+    }
+}
+
+void ErrorException::rethrow() const { throw ErrorException(m_error); }
+
+void ErrorException::throw_error(const ErrorInfo::Ptr& error) { throw ErrorException(error); }
+
+std::string ErrorException::build_what_text() const {
+    std::ostringstream text;
+    m_error->write_trace(text, 0);
+    return std::move(text).str();
+}
+
+std::ostream& operator<<(std::ostream& stream, const ErrorException& exception) { return stream << exception.what(); }
+
+WeakRefPromoteException::WeakRefPromoteException() : ErrorException(weak_ref_promote_error()) {}
+
+WeakRefPromoteException::WeakRefPromoteException(const ErrorInfo::Ptr& error)
+    : ErrorException(!error.is_null() ? error : weak_ref_promote_error()) {}
+
+WeakRefPromoteException::~WeakRefPromoteException() = default;
+
+void WeakRefPromoteException::rethrow() const { throw WeakRefPromoteException(error()); }
+
+BadLexicalCast::~BadLexicalCast() = default;
+
+const char* BadLexicalCast::what() const noexcept { return "nqcore::BadLexicalCast"; }
+
+void throw_error(const ErrorInfo::Ptr& error) { ErrorException::throw_error(error); }
+
+void throw_error(const ErrorCode& code, const char* message, const SourceLocation& location) {
+    ErrorException::throw_error(ErrorInfo::create(code, message, location));
+}
+
+void throw_error(const ErrorCode& code, const SourceString& message, const SourceLocation& location) {
+    ErrorException::throw_error(ErrorInfo::create(code, message, location));
+}
+
+void throw_error(const ErrorCode& code, const char* message, const SourceLocation& location,
+                 const ErrorInfo::Ptr& nested) {
+    ErrorException::throw_error(ErrorInfo::create(code, message, location, nested));
+}
+
+void throw_error(const ErrorCode& code, const SourceString& message, const SourceLocation& location,
+                 const ErrorInfo::Ptr& nested) {
+    ErrorException::throw_error(ErrorInfo::create(code, message, location, nested));
+}
+
+void throw_error(const ErrorCode& code, const char* message, ErrorParams params, const SourceLocation& location) {
+    ErrorException::throw_error(ErrorInfo::create(code, message, std::move(params), location));
+}
+
+void throw_error(const ErrorCode& code, const SourceString& message, ErrorParams params,
+                 const SourceLocation& location) {
+    ErrorException::throw_error(ErrorInfo::create(code, message, std::move(params), location));
+}
+
+void throw_error(const ErrorCode& code, const char* message, ErrorParams params, const SourceLocation& location,
+                 const ErrorInfo::Ptr& nested) {
+    ErrorException::throw_error(ErrorInfo::create(code, message, std::move(params), location, nested));
+}
+
+void throw_error(const ErrorCode& code, const SourceString& message, ErrorParams params, const SourceLocation& location,
+                 const ErrorInfo::Ptr& nested) {
+    ErrorException::throw_error(ErrorInfo::create(code, message, std::move(params), location, nested));
+}
+
+void RefCountPtrGuardBase::throw_too_many_readers_error() {
+    throw_error(
+        error::exception_runtimeError_overflowError, "Too many concurrent readers",
+        s_refcountedSource.at("nqcore::RefCountPtrGuardBase::throw_too_many_readers_error()", s_tooManyReadersLine));
+}
+
+namespace impl {
+
+ErrorInfo::Ptr unknown_error() {
+    return ErrorInfo::create(error::nqcore, "Unknown error (NULL ErrorInfo pointer)",
+                             s_source.at("nqcore::ErrorException::ErrorException()", s_nullErrorLine));
+}
+
+void throw_weak_ref_promote_error() { throw WeakRefPromoteException(); }
+
+}  // namespace impl
+}  // namespace nqcore

@@ -1,0 +1,327 @@
+#include "nqcore/error_params.h"
+
+#include "error_text.h"
+
+#include <cstring>
+#include <new>
+#include <ostream>
+#include <string>
+#include <utility>
+
+namespace nqcore {
+namespace impl {
+
+struct ErrorParamEntry {
+    SourceString name;
+    std::string value;
+};
+
+/// Header of one allocation; the entries follow it, sorted by name.
+struct alignas(ErrorParamEntry) ErrorParamBlock {
+    unsigned count = 0;
+    unsigned capacity;
+
+    [[nodiscard]] ErrorParamEntry* entries() noexcept { return reinterpret_cast<ErrorParamEntry*>(this + 1); }
+
+    [[nodiscard]] static ErrorParamBlock* allocate(unsigned capacity) {
+        const std::size_t bytes = sizeof(ErrorParamBlock) + std::size_t{capacity} * sizeof(ErrorParamEntry);
+        return ::new (::operator new(bytes)) ErrorParamBlock{0, capacity};
+    }
+
+    void destroy() noexcept {
+        for (unsigned i = 0; i < count; ++i) {
+            entries()[i].~ErrorParamEntry();
+        }
+        ::operator delete(this);
+    }
+
+    /// Adds an entry behind the others; there must be room.
+    template <class Name, class Value>
+    ErrorParamEntry& append(Name&& name, Value&& value) {
+        auto* const entry = ::new (static_cast<void*>(entries() + count))
+            ErrorParamEntry{std::forward<Name>(name), std::forward<Value>(value)};
+        ++count;
+        return *entry;
+    }
+};
+
+}  // namespace impl
+
+namespace {
+
+using impl::ErrorParamBlock;
+using impl::ErrorParamEntry;
+
+// Most errors have one to three parameters.
+constexpr unsigned s_firstCapacity = 3;
+
+std::string_view text_of(const char* text, unsigned length) {
+    if (text == nullptr) {
+        return {};
+    }
+    return {text, length >= ErrorParams::npos - 1 ? std::strlen(text) : length};
+}
+
+struct Place {
+    unsigned index;  // of the name, or of the entry before which it belongs
+    bool found;
+};
+
+// Sets are small and often filled in order: looking at the last entry first, then searching the rest from the front,
+// measures faster than a binary search below some twenty entries, and inserting moves entries anyway.
+Place find_place(ErrorParamBlock* block, std::string_view name) noexcept {
+    if (block == nullptr) {
+        return {0, false};
+    }
+    const ErrorParamEntry* const entries = block->entries();
+    for (unsigned i = block->count; i > 0; --i) {
+        const int order = entries[i - 1].name.view().compare(name);
+        if (order <= 0) {
+            return order == 0 ? Place{i - 1, true} : Place{i, false};
+        }
+    }
+    return {0, false};
+}
+
+// Strong guarantee.
+ErrorParamBlock* with_capacity(ErrorParamBlock* old, unsigned capacity) {
+    ErrorParamBlock* const block = ErrorParamBlock::allocate(capacity);
+    if (old != nullptr) {
+        for (unsigned i = 0; i < old->count; ++i) {
+            ErrorParamEntry& entry = old->entries()[i];
+            block->append(std::move(entry.name), std::move(entry.value));
+        }
+        old->destroy();
+    }
+    return block;
+}
+
+// Strong guarantee.
+std::string& insert_at(ErrorParamBlock*& block, unsigned index, SourceString&& name, std::string&& value) {
+    if (block == nullptr || block->count == block->capacity) {
+        block = with_capacity(block, block == nullptr ? s_firstCapacity : block->capacity * 2);
+    }
+    if (index == block->count) {
+        return block->append(std::move(name), std::move(value)).value;
+    }
+    ErrorParamEntry* const entries = block->entries();
+    ErrorParamEntry& last = entries[block->count - 1];
+    block->append(std::move(last.name), std::move(last.value));
+    for (unsigned i = block->count - 2; i > index; --i) {
+        entries[i] = std::move(entries[i - 1]);
+    }
+    entries[index].name = std::move(name);
+    entries[index].value = std::move(value);
+    return entries[index].value;
+}
+
+constexpr std::string s_emptyValue;
+
+}  // namespace
+
+ErrorParams::ErrorParams(const ErrorParams& other) {
+    if (other.empty()) {
+        return;
+    }
+    ErrorParams copy;
+    copy.reserve(other.size());
+    for (unsigned i = 0; i < other.size(); ++i) {
+        copy.m_block->append(other.name_at(i), other.value_at(i));
+    }
+    swap(copy);
+}
+
+ErrorParams& ErrorParams::operator=(const ErrorParams& other) {
+    ErrorParams copy(other);
+    swap(copy);
+    return *this;
+}
+
+ErrorParams& ErrorParams::operator=(ErrorParams&& other) noexcept {
+    ErrorParams taken(std::move(other));
+    swap(taken);
+    return *this;
+}
+
+void ErrorParams::swap(ErrorParams& other) noexcept { std::swap(m_block, other.m_block); }
+
+void ErrorParams::clear() noexcept { *this = ErrorParams(); }
+
+void ErrorParams::destroy_block() noexcept { m_block->destroy(); }
+
+void ErrorParams::reserve(unsigned count) {
+    if (count > (m_block == nullptr ? 0 : m_block->capacity)) {
+        m_block = with_capacity(m_block, count);
+    }
+}
+
+ErrorParams& ErrorParams::add(const char* name, unsigned nameLength, const char* value, unsigned valueLength) {
+    return add(text_of(name, nameLength), text_of(value, valueLength));
+}
+
+ErrorParams& ErrorParams::add_string(const char* name, unsigned nameLength, const char* value, unsigned valueLength) {
+    return add(name, nameLength, value, valueLength);
+}
+
+// The value is made before the set changes: what can fail fails first, and it may be a view into the set.
+
+ErrorParams& ErrorParams::add(std::string_view name, std::string_view value) {
+    impl::check_text_length(name.size());
+    impl::check_text_length(value.size());
+    std::string text(value);
+    if (const Place place = find_place(m_block, name); place.found) {
+        m_block->entries()[place.index].value = std::move(text);
+    } else {
+        insert_at(m_block, place.index, SourceString::create_copy(name), std::move(text));
+    }
+    return *this;
+}
+
+ErrorParams& ErrorParams::add_literal_name(std::string_view name, std::string_view value) {
+    impl::check_text_length(name.size());
+    impl::check_text_length(value.size());
+    std::string text(value);
+    if (const Place place = find_place(m_block, name); place.found) {
+        m_block->entries()[place.index].value = std::move(text);
+    } else {
+        insert_at(m_block, place.index, SourceString::create_reference(name), std::move(text));
+    }
+    return *this;
+}
+
+ErrorParams& ErrorParams::add(std::string_view name, const char* value) { return add(name, text_of(value, npos)); }
+
+ErrorParams& ErrorParams::add_signed(std::string_view name, long long value) {
+    return add(name, impl::DecimalText(value).view());
+}
+
+ErrorParams& ErrorParams::add_unsigned(std::string_view name, unsigned long long value) {
+    return add(name, impl::DecimalText(value).view());
+}
+
+ErrorParams& ErrorParams::add(const ErrorParams& other) {
+    if (empty()) {
+        return *this = other;
+    }
+    ErrorParams merged(*this);
+    for (unsigned i = 0; i < other.size(); ++i) {
+        merged.insert_ref(other.name_at(i)) = other.value_at(i);
+    }
+    swap(merged);
+    return *this;
+}
+
+std::string& ErrorParams::insert_ref(const SourceString& name) {
+    const Place place = find_place(m_block, name.view());
+    return place.found ? m_block->entries()[place.index].value
+                       : insert_at(m_block, place.index, SourceString(name), std::string());
+}
+
+std::string& ErrorParams::insert_ref(const char* name, unsigned length) {
+    const Place place = find_place(m_block, text_of(name, length));
+    return place.found ? m_block->entries()[place.index].value
+                       : insert_at(m_block, place.index, SourceString::create_copy(name, length), std::string());
+}
+
+std::string ErrorParams::make_assign_value(const char* value) { return std::string(text_of(value, npos)); }
+
+unsigned ErrorParams::count(const char* name, unsigned length) const noexcept {
+    return find(text_of(name, length)) == nullptr ? 0 : 1;
+}
+
+bool ErrorParams::query_value(const char* name, unsigned length, std::string* out) const {
+    const std::string* const value = find(text_of(name, length));
+    if (value == nullptr) {
+        return false;
+    }
+    *out = *value;
+    return true;
+}
+
+const std::string& ErrorParams::get_value(const char* name, unsigned length) const noexcept {
+    return get_value(text_of(name, length));
+}
+
+const std::string& ErrorParams::get_value(std::string_view name) const noexcept {
+    const std::string* const value = find(name);
+    return value == nullptr ? s_emptyValue : *value;
+}
+
+const std::string* ErrorParams::find(std::string_view name) const noexcept {
+    if (name.size() > impl::longest_text) {
+        return nullptr;  // nor is it read: no entry has such a name
+    }
+    const Place place = find_place(m_block, name);
+    return place.found ? &m_block->entries()[place.index].value : nullptr;
+}
+
+unsigned ErrorParams::size() const noexcept { return m_block == nullptr ? 0 : m_block->count; }
+
+const SourceString& ErrorParams::name_at(unsigned index) const noexcept { return m_block->entries()[index].name; }
+
+const std::string& ErrorParams::value_at(unsigned index) const noexcept { return m_block->entries()[index].value; }
+
+int ErrorParams::compare(const ErrorParams& other) const noexcept {
+    const unsigned common = size() < other.size() ? size() : other.size();
+    for (unsigned i = 0; i < common; ++i) {
+        if (const int order = name_at(i).compare(other.name_at(i)); order != 0) {
+            return order;
+        }
+        if (const int order = value_at(i).compare(other.value_at(i)); order != 0) {
+            return order;
+        }
+    }
+    return size() == other.size() ? 0 : size() < other.size() ? -1 : 1;
+}
+
+std::uint32_t ErrorParams::hash() const noexcept {
+    std::uint32_t seed = 0;
+    for (unsigned i = 0; i < size(); ++i) {
+        seed = impl::fold_hash(seed, impl::text_hash(name_at(i).view()));
+        seed = impl::fold_hash(seed, impl::text_hash(value_at(i)));
+    }
+    return seed;
+}
+
+void ErrorParams::write_trace(std::ostream& stream, const char* separator) const {
+    constexpr std::size_t nameLimit = 128;
+    constexpr std::size_t valueLimit = 256;
+    std::string text;
+    for (unsigned i = 0; i < size(); ++i) {
+        text.append(i == 0 ? std::string_view() : text_of(separator, npos));
+        text += '\'';
+        impl::append_cut(text, name_at(i).view(), nameLimit);
+        text.append("' => \"");
+        impl::append_cut(text, value_at(i), valueLimit);
+        text += '"';
+    }
+    stream.write(text.data(), static_cast<std::streamsize>(text.size()));
+}
+
+SourceString ErrorParams::expanded_message(const SourceString& messageTemplate) const {
+    return expanded_message_with_limit(messageTemplate, npos);
+}
+
+SourceString ErrorParams::expanded_message(const char* messageTemplate, unsigned length) const {
+    return expanded_message_with_limit(messageTemplate, length, npos);
+}
+
+SourceString ErrorParams::expanded_message_with_limit(const SourceString& messageTemplate, unsigned limit) const {
+    if (messageTemplate.view().find("{@") == std::string_view::npos) {
+        return messageTemplate;
+    }
+    std::string text;
+    impl::append_expanded(text, messageTemplate.view(), *this, limit);
+    return SourceString::create_copy(text);
+}
+
+SourceString ErrorParams::expanded_message_with_limit(const char* messageTemplate, unsigned length,
+                                                      unsigned limit) const {
+    const std::string_view text = text_of(messageTemplate, length);
+    if (text.find("{@") == text.npos) {
+        return SourceString::create_copy(text);
+    }
+    return expanded_message_with_limit(SourceString::create_reference(text), limit);
+}
+
+}  // namespace nqcore

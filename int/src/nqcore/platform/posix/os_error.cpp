@@ -1,0 +1,22 @@
+#include "../os_error.h"
+
+#include <cerrno>
+
+namespace nqcore::platform {
+namespace {
+
+constinit thread_local unsigned long s_savedOsError = 0;
+
+}  // namespace
+
+ErrnoNumbering errno_numbering() noexcept { return ErrnoNumbering::Posix; }
+
+std::string windows_error_text(unsigned long) { return {}; }
+
+unsigned long saved_os_error() noexcept { return s_savedOsError; }
+
+void set_saved_os_error(unsigned long error) noexcept { s_savedOsError = error; }
+
+unsigned long last_os_error() noexcept { return static_cast<unsigned long>(errno); }
+
+}  // namespace nqcore::platform

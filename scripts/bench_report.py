@@ -1,0 +1,93 @@
+#!/usr/bin/env python3
+"""Prints the ratios of one interleaved benchmark run and writes them as charts.
+
+bench_report.py REPORT_HTML RESULT...    RESULT: name of a Google Benchmark JSON file in results/ beside the report
+
+Benchmarks are named family/operation/implementation/size; ours is the implementation `nqcore`. A ratio is the peer's
+median time divided by ours: above 1 we are faster. int/bench/budgets.txt may state the ratio that is aimed at.
+"""
+import collections
+import html
+import json
+import pathlib
+import statistics
+import sys
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+BUDGETS = ROOT / "int/bench/budgets.txt"
+OURS = "nqcore"
+TO_NS = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}
+
+
+def read_medians(files):
+    """{(family, operation, size): {implementation: median nanoseconds}}, in the order of the files."""
+    times = collections.OrderedDict()
+    for file in files:
+        for run in json.loads(file.read_text())["benchmarks"]:
+            if run["run_type"] != "iteration" or run.get("error_occurred"):
+                continue
+            family, operation, implementation, *size = run["run_name"].split("/")
+            row = times.setdefault((family, operation, "/".join(size)), collections.OrderedDict())
+            row.setdefault(implementation, []).append(run["real_time"] * TO_NS[run["time_unit"]])
+    return {key: {name: statistics.median(values) for name, values in row.items()} for key, row in times.items()}
+
+
+def read_budgets():
+    """{"family/operation/peer/size": ratio}"""
+    if not BUDGETS.exists():
+        return {}
+    lines = (line.split("#")[0].split() for line in BUDGETS.read_text().splitlines())
+    return {words[0]: float(words[1]) for words in lines if len(words) == 2}
+
+
+def ratios(medians, budgets):
+    """Rows (key, peer, peer's ns, our ns, ratio, budget or None)."""
+    for key, row in medians.items():
+        for peer, time in row.items():
+            if peer != OURS and OURS in row:
+                family, operation, size = key
+                budget = budgets.get("/".join(filter(None, (family, operation, peer, size))))
+                yield key, peer, time, row[OURS], time / row[OURS], budget
+
+
+def print_table(rows):
+    print(f"{'benchmark':<44}{'peer':<20}{'peer ns':>12}{'ours ns':>12}{'ratio':>8}{'budget':>8}")
+    for key, peer, peer_ns, our_ns, ratio, budget in rows:
+        verdict = "" if budget is None else f"{budget:>8.2f}" + ("" if ratio >= budget else "  BELOW")
+        print(f"{'/'.join(filter(None, key)):<44}{peer:<20}{peer_ns:>12.1f}{our_ns:>12.1f}{ratio:>8.2f}{verdict}")
+
+
+def chart(key, row):
+    """One bar for each implementation; its length is its time."""
+    longest = max(row.values())
+    bars = []
+    for index, (name, time) in enumerate(row.items()):
+        y, width = 22 * index, 420 * time / longest
+        colour = "#2b6cb0" if name.startswith(OURS) else "#a0aec0"
+        bars.append(f'<text x="150" y="{y + 14}" text-anchor="end">{html.escape(name)}</text>'
+                    f'<rect x="158" y="{y + 2}" width="{width:.1f}" height="16" fill="{colour}"/>'
+                    f'<text x="{164 + width:.1f}" y="{y + 14}">{time:,.1f} ns</text>')
+    title = html.escape("/".join(filter(None, key)))
+    return f'<h2>{title}</h2><svg width="720" height="{22 * len(row) + 4}">{"".join(bars)}</svg>'
+
+
+def write_report(file, medians):
+    style = "body{font:14px sans-serif;margin:2em}h2{font-size:15px;margin:1.2em 0 .3em}text{font-size:12px}"
+    charts = "\n".join(chart(key, row) for key, row in medians.items())
+    file.write_text(f"<!doctype html><meta charset=utf-8><title>nqcore benchmarks</title><style>{style}</style>\n"
+                    f"<h1>nqcore benchmarks</h1><p>Median time of one interleaved run; shorter is better.</p>\n{charts}\n")
+
+
+def main():
+    report = pathlib.Path(sys.argv[1])
+    medians = read_medians([report.parent / "results" / name for name in sys.argv[2:]])
+    rows = list(ratios(medians, read_budgets()))
+    print_table(rows)
+    below = sum(budget is not None and ratio < budget for *_, ratio, budget in rows)
+    print(f"{len(rows)} ratios, {below} below their budget")
+    write_report(report, medians)
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

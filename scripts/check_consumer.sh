@@ -1,0 +1,56 @@
+#!/bin/bash
+# check_consumer.sh linux|win32
+# Installs the built tree into a temporary prefix and uses it as a stranger would: examples/consumer is configured with
+# find_package, compiled a second time by hand with pkg-config, and run both times; the installed nq is started.
+set -euo pipefail
+target=$1
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+prefix=$work/prefix
+flags=(-std=c++20 -Wall -Wextra -Werror)
+
+case $target in
+    linux)
+        compiler=g++
+        toolchain=()
+        suffix=
+        run() { "$@"; }
+        flags+=("-Wl,-rpath,$prefix/lib")
+        ;;
+    win32)
+        compiler=i686-w64-mingw32-g++-posix
+        toolchain=(-DCMAKE_TOOLCHAIN_FILE="$root/cmake/i686-w64-mingw32.cmake")
+        suffix=.exe
+        # Windows looks for DLLs beside the program and in the path.
+        run() { WINEPATH="Z:$(tr / '\\' <<< "$prefix/bin")" "$root/scripts/win32/wine-run" "$@"; }
+        ;;
+esac
+
+# expect_version OUTPUT: the program's first line names the version that was installed.
+expect_version() {
+    local version
+    version=$(sed -n 's/^#define NQCORE_VERSION "\(.*\)"/\1/p' "$prefix/include/nqcore/version.h")
+    tr -d '\r' <<< "$1"
+    [ "$(head -n 1 <<< "$1" | tr -d '\r')" = "nqcore $version" ] || {
+        echo "expected first: nqcore $version" >&2
+        return 1
+    }
+}
+
+cmake --install "$root/build/$target" --prefix "$prefix"
+cp -r "$root/examples/consumer" "$work/source"
+
+echo "--- find_package"
+cmake -S "$work/source" -B "$work/build" -G Ninja "${toolchain[@]}" -Dnqcore_DIR="$prefix/lib/cmake/nqcore"
+cmake --build "$work/build"
+expect_version "$(run "$work/build/consumer$suffix")"
+
+echo "--- pkg-config"
+export PKG_CONFIG_LIBDIR=$prefix/lib/pkgconfig
+# shellcheck disable=SC2046  # pkg-config's answer is a list of arguments
+"$compiler" "${flags[@]}" "$work/source/main.cpp" -o "$work/by-hand$suffix" $(pkg-config --cflags --libs nqcore)
+expect_version "$(run "$work/by-hand$suffix")"
+
+echo "--- installed nq"
+run "$prefix/bin/nq$suffix" --version

@@ -1,0 +1,75 @@
+# ./dev check [STEP...]: what CI adds to the tests, cheapest first. A failed step does not keep the others from running.
+all_steps="words layers format headers budget consumer asan replay tsan"
+
+check_words() {
+    need_packages check || return 1
+    try_step words "no words that point outside the repository" "$root/scripts/check_words.sh"
+}
+
+check_layers() { try_step layers "layers, system headers, file lengths" "$root/scripts/check_layers.py"; }
+
+check_format() {
+    need_packages check || return 1
+    try_step format "formatting" "$root/scripts/format.sh" --dry-run -Werror
+}
+
+check_headers() {
+    local script=$root/scripts/check_headers.py
+    need_packages win32 || return 1
+    configure linux    # writes version.h
+    try_step headers-linux "every public header alone and twice, linux" "$script" alone g++ || true
+    try_step headers-win32 "every public header alone and twice, win32" "$script" alone i686-w64-mingw32-g++-posix
+}
+
+check_budget() {
+    configure linux
+    try_step budget "header budget" "$root/scripts/check_headers.py" budget || return 1
+    sed 's/^/        /' "$log_folder/budget.log"
+}
+
+check_consumer() {
+    local target
+    for target in linux win32; do
+        set_up $target || return 1
+        build $target "library and tool" nqcore nq
+        try_step "consumer-$target" "the installed package and its consumer, $target" \
+            "$root/scripts/check_consumer.sh" $target || true
+    done
+}
+
+check_asan() {
+    export ASAN_OPTIONS=detect_stack_use_after_return=1:strict_string_checks=1:check_initialization_order=1
+    export UBSAN_OPTIONS=print_stacktrace=1
+    build asan "everything with the address and undefined-behaviour sanitizers" all
+    run_tests asan
+}
+
+check_replay() {
+    build asan "fuzz replay programs" all
+    try_step replay "replaying the fuzz corpora with sanitizers" \
+        ctest --test-dir "$root/build/asan" -L fuzz -j "$jobs" --output-on-failure --no-tests=error
+}
+
+check_tsan() {
+    build tsan "everything with the thread sanitizer" all
+    export TSAN_OPTIONS=second_deadlock_stack=1
+    # Kernels that randomise addresses widely put libraries where this sanitizer has its own data.
+    if setarch -R true 2> /dev/null; then test_prefix=(setarch -R); fi
+    run_tests tsan
+    test_prefix=()
+}
+
+if [ "${1:-}" = --list ]; then
+    say "$all_steps"
+    exit
+fi
+for name in "$@"; do
+    [[ " $all_steps " = *" $name "* ]] || usage_error "$name"
+done
+need_packages base || finish
+# shellcheck disable=SC2086  # a list of words
+[ $# -gt 0 ] || set -- $all_steps
+for name; do
+    "check_$name" || true
+done
+finish
