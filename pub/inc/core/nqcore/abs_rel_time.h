@@ -47,53 +47,53 @@ class AceTimeoutProxy;
 /// Threads  a plain value; a value shared between threads needs a lock of its users.
 class NQCORE_API TimeBase {
 public:
-    static constexpr std::int32_t HOURS_IN_ONE_DAY = 24;
-    static constexpr std::int32_t MINUTES_IN_ONE_HOUR = 60;
-    static constexpr std::int32_t SECONDS_IN_ONE_MINUTE = 60;
-    static constexpr std::int32_t MILLISECONDS_IN_ONE_SECOND = 1000;
-    static constexpr std::int32_t MICROSECONDS_IN_ONE_MILLISECOND = 1000;
-    static constexpr std::int32_t NANOSECONDS_IN_ONE_MICROSECOND = 1000;
-    static constexpr std::int32_t MILLISECONDS_IN_ONE_MINUTE = 60'000;
-    static constexpr std::int32_t MILLISECONDS_IN_ONE_HOUR = 3'600'000;
-    static constexpr std::int32_t MILLISECONDS_IN_ONE_DAY = 86'400'000;
-    static constexpr std::int32_t SECONDS_IN_ONE_HOUR = 3600;
-    static constexpr std::int32_t SECONDS_IN_ONE_DAY = 86'400;
-    static constexpr std::int32_t MINUTES_IN_ONE_DAY = 1440;
-    static constexpr std::int32_t MAX_TIMEVAL_SEC = 2'147'483'647;
-    static constexpr std::int32_t MAX_TIMEVAL_USEC = 2'147'483'647;
+    static const std::int32_t HOURS_IN_ONE_DAY = 24;
+    static const std::int32_t MINUTES_IN_ONE_HOUR = 60;
+    static const std::int32_t SECONDS_IN_ONE_MINUTE = 60;
+    static const std::int32_t MILLISECONDS_IN_ONE_SECOND = 1000;
+    static const std::int32_t MICROSECONDS_IN_ONE_MILLISECOND = 1000;
+    static const std::int32_t NANOSECONDS_IN_ONE_MICROSECOND = 1000;
+    static const std::int32_t MILLISECONDS_IN_ONE_MINUTE = 60'000;
+    static const std::int32_t MILLISECONDS_IN_ONE_HOUR = 3'600'000;
+    static const std::int32_t MILLISECONDS_IN_ONE_DAY = 86'400'000;
+    static const std::int32_t SECONDS_IN_ONE_HOUR = 3600;
+    static const std::int32_t SECONDS_IN_ONE_DAY = 86'400;
+    static const std::int32_t MINUTES_IN_ONE_DAY = 1440;
+    static const std::int32_t MAX_TIMEVAL_SEC = 2'147'483'647;
+    static const std::int32_t MAX_TIMEVAL_USEC = 2'147'483'647;
 
-    static constexpr std::int64_t NANOSECONDS_IN_ONE_MILLISECOND = 1'000'000;
-    static constexpr std::int64_t NANOSECONDS_IN_ONE_SECOND = 1'000'000'000;
-    static constexpr std::int64_t NANOSECONDS_IN_ONE_MINUTE = 60'000'000'000;
-    static constexpr std::int64_t NANOSECONDS_IN_ONE_HOUR = 3'600'000'000'000;
-    static constexpr std::int64_t NANOSECONDS_IN_ONE_DAY = 86'400'000'000'000;
-    static constexpr std::int64_t MICROSECONDS_IN_ONE_SECOND = 1'000'000;
-    static constexpr std::int64_t MICROSECONDS_IN_ONE_MINUTE = 60'000'000;
-    static constexpr std::int64_t MICROSECONDS_IN_ONE_HOUR = 3'600'000'000;
-    static constexpr std::int64_t MICROSECONDS_IN_ONE_DAY = 86'400'000'000;
+    static const std::int64_t NANOSECONDS_IN_ONE_MILLISECOND = 1'000'000;
+    static const std::int64_t NANOSECONDS_IN_ONE_SECOND = 1'000'000'000;
+    static const std::int64_t NANOSECONDS_IN_ONE_MINUTE = 60'000'000'000;
+    static const std::int64_t NANOSECONDS_IN_ONE_HOUR = 3'600'000'000'000;
+    static const std::int64_t NANOSECONDS_IN_ONE_DAY = 86'400'000'000'000;
+    static const std::int64_t MICROSECONDS_IN_ONE_SECOND = 1'000'000;
+    static const std::int64_t MICROSECONDS_IN_ONE_MINUTE = 60'000'000;
+    static const std::int64_t MICROSECONDS_IN_ONE_HOUR = 3'600'000'000;
+    static const std::int64_t MICROSECONDS_IN_ONE_DAY = 86'400'000'000;
     // The plain highest value, not divided by the unit.
-    static constexpr std::int64_t MAX_I64_MICROSECONDS = INT64_MAX;
-    static constexpr std::int64_t MAX_I64_MILLISECONDS = INT64_MAX;
-    static constexpr std::int64_t MAX_TIME_T = INT64_MAX;
+    static const std::int64_t MAX_I64_MICROSECONDS = INT64_MAX;
+    static const std::int64_t MAX_I64_MILLISECONDS = INT64_MAX;
+    static const std::int64_t MAX_TIME_T = INT64_MAX;
 
-    static constexpr std::int64_t TIMEVALUE_MIN = INT64_MIN;
-    static constexpr std::int64_t TIMEVALUE_MAX = INT64_MAX - 1;
-    static constexpr std::int64_t TIMEVALUE_ZERO = 0;
-    static constexpr std::int64_t TIMEVALUE_INFINITE = INT64_MAX;
-    static constexpr std::int64_t sm_minValue = TIMEVALUE_MIN;
-    static constexpr std::int64_t sm_maxValue = TIMEVALUE_MAX;
-    static constexpr std::int64_t sm_zeroValue = TIMEVALUE_ZERO;
-    static constexpr std::int64_t sm_infiniteValue = TIMEVALUE_INFINITE;
+    static const std::int64_t TIMEVALUE_MIN = INT64_MIN;
+    static const std::int64_t TIMEVALUE_MAX = INT64_MAX - 1;
+    static const std::int64_t TIMEVALUE_ZERO = 0;
+    static const std::int64_t TIMEVALUE_INFINITE = INT64_MAX;
+    static const std::int64_t sm_minValue = TIMEVALUE_MIN;
+    static const std::int64_t sm_maxValue = TIMEVALUE_MAX;
+    static const std::int64_t sm_zeroValue = TIMEVALUE_ZERO;
+    static const std::int64_t sm_infiniteValue = TIMEVALUE_INFINITE;
 
     /// 100 ns ticks from 1601-01-01 to 1970-01-01.
-    static constexpr std::uint64_t FILETIME_TO_EPOCH_OFFSET = 116'444'736'000'000'000;
+    static const std::uint64_t FILETIME_TO_EPOCH_OFFSET = 116'444'736'000'000'000;
     /// All bits set.
     static const FILETIME MAX_FILETIME;
     /// 30827-12-31 23:59:59.999, a Friday.
     static const SYSTEMTIME MAX_SYSTEMTIME;
-    /// Both are positive infinity.
-    static constexpr double MAX_DOUBLE_SECONDS = __builtin_huge_val();
-    static constexpr double INFINITE_DOUBLE_SECONDS = __builtin_huge_val();
+    // Both are positive infinity.
+    static const double MAX_DOUBLE_SECONDS;
+    static const double INFINITE_DOUBLE_SECONDS;
 
     [[nodiscard]] constexpr bool is_infinite() const noexcept { return m_value == TIMEVALUE_INFINITE; }
     [[nodiscard]] constexpr bool is_max_time() const noexcept { return m_value == TIMEVALUE_MAX; }
@@ -305,7 +305,7 @@ public:
     static const AbsoluteTime infinite;
 
     /// As a length: up to the NUL.
-    static constexpr unsigned npos = 0xFFFFFFFFu;
+    static const unsigned npos = 0xFFFFFFFFu;
 
     /// The system clock's time.
     ///

@@ -18,7 +18,7 @@ namespace nqcore {
 class NQCORE_API UtcText {
 public:
     /// The longest text: "9999-12-31T23:59:59.999999999Z".
-    static constexpr unsigned max_length = 30;
+    static const unsigned max_length = 30;
 
     /// As `AbsoluteTime::as_string`: "1970-01-01 00:00:00.0".
     [[nodiscard]] static UtcText plain(AbsoluteTime time) noexcept;
