@@ -10,10 +10,10 @@ held by doc/header_budget.txt, where a number may only fall (--update lowers it,
 """
 import pathlib
 import re
+import resource
 import subprocess
 import sys
 import tempfile
-import time
 from concurrent.futures import ThreadPoolExecutor
 
 from check_layers import PUBLIC, ROOT, Layers, library_path
@@ -68,11 +68,13 @@ def check_alone(compiler):
 
 
 def compile_seconds(text):
-    begin = time.perf_counter()
+    """Processor time of the compiler: other work on the machine hardly shows in it."""
+    before = resource.getrusage(resource.RUSAGE_CHILDREN)
     result = run(["g++", "-std=c++20", "-fsyntax-only"], text)
+    after = resource.getrusage(resource.RUSAGE_CHILDREN)
     if result.returncode:
         sys.exit(f"does not compile: {text}{result.stderr}")
-    return time.perf_counter() - begin
+    return after.ru_utime + after.ru_stime - before.ru_utime - before.ru_stime
 
 
 def ratio(text, rounds):
@@ -109,7 +111,7 @@ def measure(header):
     """(ratio, its limit, foreign lines) of one header. A first result over the limit is measured again, longer."""
     text = f'#include "{include_name(header)}"\n'
     limit = UMBRELLA_LIMIT if header.stem == UMBRELLA else TIME_LIMIT
-    cost = ratio(text, 5)
+    cost = ratio(text, 7)
     if cost > limit:
         cost = min(cost, ratio(text, 15))
     return cost, limit, foreign_lines(text)

@@ -1,25 +1,22 @@
-// Uses the installed library: an error raised here goes through the library and comes back with everything it carries.
-#include <nqcore/error_composer.h>
+#include <nqcore/abs_rel_time.h>
 #include <nqcore/error_exception.h>
-#include <nqcore/source_location.h>
-#include <nqcore/version.h>
+#include <nqcore/string_to.h>
 
-#include <cstdio>
-
-namespace {
-
-constexpr nqcore::ErrorTemplate s_cannotOpen{"cannot open {@path}", "path"};
-
-void open_store(const char* path) { s_cannotOpen.compose(path).throw_error("error.app.store", NQCORE_HERE); }
-
-}  // namespace
+#include <iostream>
+#include <string>
 
 int main() {
+    const auto start = nqcore::AbsoluteTime::from_string("2020-02-29 12:34:56.789");
+    const auto later = start + nqcore::RelativeTime::hours(36);
+    std::cout << later.as_iso8601_string() << '\n';  // 2020-03-02T00:34:56.789Z
+
     try {
-        open_store("/no/such/store");
-    } catch (const nqcore::ErrorException& exception) {
-        std::printf("nqcore %s\n%s\n", NQCORE_VERSION, exception.what());
-        return exception.any_matches("error.app") ? 0 : 1;
+        std::cout << nqcore::AbsoluteTime::from_string("2020-02-29T12:34:56+01:00") << '\n';
+    } catch (const nqcore::ErrorException& e) {
+        if (e.any_matches(nqcore::error::nqcore_absoluteTime)) {
+            std::cout << e.error()->expanded_message() << '\n';
+        }
     }
-    return 1;
+    nqcore::RefCountPtr<const nqcore::ErrorInfo> error;
+    std::cout << nqcore::string_to<int>("17x", &error) << ' ' << error->params().get_value("text") << '\n';
 }

@@ -14,11 +14,13 @@ check_format() {
 }
 
 check_headers() {
-    local script=$root/scripts/check_headers.py
-    need_packages win32 || return 1
+    local script=$root/scripts/check_headers.py ace
+    set_up win32 || return 1
+    ace=$("$root/scripts/win32/build-ace.sh" --where)/include
     configure linux    # writes version.h
     try_step headers-linux "every public header alone and twice, linux" "$script" alone g++ || true
-    try_step headers-win32 "every public header alone and twice, win32" "$script" alone i686-w64-mingw32-g++-posix
+    try_step headers-win32 "every public header alone and twice, win32" "$script" alone i686-w64-mingw32-g++-posix \
+        -isystem "$ace" -DACE_HAS_DLL=1 -D_WIN32_WINNT=0x0601 -DWINVER=0x0601
 }
 
 check_budget() {

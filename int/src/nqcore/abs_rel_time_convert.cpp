@@ -27,7 +27,7 @@ template <class Seconds>
 SecondsAndFraction<Seconds> split_seconds(std::int64_t ns, std::int32_t nsPerFraction) noexcept {
     using Limits = std::numeric_limits<Seconds>;
     const std::int64_t seconds = ns / TimeBase::NANOSECONDS_IN_ONE_SECOND;
-    const std::int32_t lastFraction = (TimeBase::NANOSECONDS_IN_ONE_SECOND - 1) / nsPerFraction;
+    const std::int32_t lastFraction = 999'999'999 / nsPerFraction;
     if (seconds > Limits::max()) {
         return {Limits::max(), lastFraction};
     }

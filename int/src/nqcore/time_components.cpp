@@ -8,6 +8,8 @@
 #include "nqcore/error_info.h"
 #include "nqcore/safe_cast.h"
 
+#include <array>
+#include <bit>
 #include <charconv>
 #include <string_view>
 
@@ -34,9 +36,8 @@ constexpr int s_lastJdn = 2'547'339;                           // 2262-04-11
 constexpr std::int64_t s_endTimeOfDayNs = 85'636'854'775'807;  // one after 23:47:16.854775806
 
 NQCORE_COLD RefCountPtr<const ErrorInfo> create_range_error(const ErrorTemplate<0>& message) {
-    return message.compose().create(
-        error::nqcore_absoluteTime_range,
-        impl::s_absRelTimeSource.here("nqcore::AbsoluteTime::from_components_nothrow()"));
+    return message.compose().create(error::nqcore_absoluteTime_range,
+                                    impl::s_absRelTimeSource.here("nqcore::AbsoluteTime::from_components_nothrow()"));
 }
 
 [[noreturn]] NQCORE_COLD void throw_julian_date_out_of_range(double jd) {
@@ -45,6 +46,22 @@ NQCORE_COLD RefCountPtr<const ErrorInfo> create_range_error(const ErrorTemplate<
     s_julianDateOutOfRange.compose(std::string_view(text, end))
         .throw_error(jd < 0 ? error::nqcore_cast_negativeToUnsigned : error::nqcore_cast_valueTooBig,
                      impl::s_absRelTimeSource.here("nqcore::AbsoluteTime::Components::Components()"));
+}
+
+// The fields as two words, which travel in registers: seven narrow stores followed by wide loads cost more than the
+// calendar does.
+Components fields_of(AbsoluteTime time) noexcept {
+    if (time.is_infinite()) {
+        return Components::infinite;
+    }
+    const calendar::DayAndTime split = calendar::split_instant(time.as_nsec());
+    const calendar::Date date = calendar::date_of_epoch_day(split.day);
+    const calendar::TimeOfDay clock = calendar::time_of_day(split.ns);
+    static_assert(std::endian::native == std::endian::little);
+    const std::array<std::uint64_t, 2> words = {
+        date.year | date.month << 16 | std::uint64_t{date.day | clock.hour << 16} << 32,
+        clock.minute | clock.second << 16 | std::uint64_t{clock.nanosecond} << 32};
+    return std::bit_cast<Components>(words);
 }
 
 // The instant of the fields that `makeFields` gives; a failure goes to `error`, or is thrown when that is null.
@@ -69,22 +86,7 @@ AbsoluteTime instant_or_error(MakeFields makeFields, RefCountPtr<const ErrorInfo
 
 }  // namespace
 
-Components::Components(AbsoluteTime time) noexcept {
-    if (time.is_infinite()) {
-        *this = infinite;
-        return;
-    }
-    const calendar::DayAndTime split = calendar::split_instant(time.as_nsec());
-    const calendar::Date date = calendar::date_of_epoch_day(split.day);
-    const calendar::TimeOfDay clock = calendar::time_of_day(split.ns);
-    m_year = static_cast<std::int16_t>(date.year);
-    m_month = static_cast<std::uint16_t>(date.month);
-    m_day = static_cast<std::uint16_t>(date.day);
-    m_hour = static_cast<std::uint16_t>(clock.hour);
-    m_minute = static_cast<std::uint16_t>(clock.minute);
-    m_second = static_cast<std::uint16_t>(clock.second);
-    m_nanosecond = clock.nanosecond;
-}
+Components::Components(AbsoluteTime time) noexcept : Components(fields_of(time)) {}
 
 Components::Components(int jdn) : m_hour(12) { init_from_jdn(safe_cast<unsigned>(jdn)); }
 
@@ -142,7 +144,7 @@ std::uint16_t Components::day_of_week() const noexcept {
     return static_cast<std::uint16_t>(rest < 0 ? rest + 7 : rest);
 }
 
-Components AbsoluteTime::as_components() const noexcept { return Components(*this); }
+Components AbsoluteTime::as_components() const noexcept { return fields_of(*this); }
 
 int AbsoluteTime::julian_day() const noexcept { return Components(*this).julian_day(); }
 

@@ -24,8 +24,8 @@ constexpr UtcMessage s_invalidDate{"Invalid date in UTC time string: \"{@utcTime
 constexpr UtcMessage s_invalidSeparator{
     "Invalid date/time separator in UTC time string.  Expecting ' ' or 'T': \"{@utcTime}\"", "utcTime"};
 constexpr UtcMessage s_invalidTime{"Invalid time in UTC time string \"{@utcTime}\"", "utcTime"};
-constexpr UtcMessage s_textAfterZ{
-    "Invalid time in UTC time string (unexpected characters after 'Z') \"{@utcTime}\"", "utcTime"};
+constexpr UtcMessage s_textAfterZ{"Invalid time in UTC time string (unexpected characters after 'Z') \"{@utcTime}\"",
+                                  "utcTime"};
 constexpr UtcMessage s_offsetFromUtc{
     "Invalid time in UTC time string (time must be UTC, no timezone offset) \"{@utcTime}\"", "utcTime"};
 constexpr UtcMessage s_timeTooLate{
@@ -103,22 +103,22 @@ public:
         State state = run(State::hours);
         while (state != State::failed && m_at != m_end) {
             switch (*m_at) {
-            case '.':
-            case ',':
-                ++m_at;
-                state = read_fraction() ? State::endCheck : State::failed;
-                break;
-            case 'Z':
-            case 'z':
-                if (++m_at != m_end) {
-                    return &s_textAfterZ;
-                }
-                break;
-            case '+':
-            case '-':
-                return &s_offsetFromUtc;
-            default:
-                state = run(state);
+                case '.':
+                case ',':
+                    ++m_at;
+                    state = read_fraction() ? State::endCheck : State::failed;
+                    break;
+                case 'Z':
+                case 'z':
+                    if (++m_at != m_end) {
+                        return &s_textAfterZ;
+                    }
+                    break;
+                case '+':
+                case '-':
+                    return &s_offsetFromUtc;
+                default:
+                    state = run(state);
             }
         }
         if (state == State::failed) {
@@ -135,14 +135,14 @@ private:
 
     constexpr State run(State state) noexcept {
         switch (state) {
-        case State::hours:
-            return read_hours() ? State::minutes : State::failed;
-        case State::minutes:
-            return read_minutes() ? State::seconds : State::failed;
-        case State::seconds:
-            return read_part(60, calendar::s_nsPerSecond) ? State::endCheck : State::failed;
-        default:
-            return State::failed;  // text after the last part
+            case State::hours:
+                return read_hours() ? State::minutes : State::failed;
+            case State::minutes:
+                return read_minutes() ? State::seconds : State::failed;
+            case State::seconds:
+                return read_part(60, calendar::s_nsPerSecond) ? State::endCheck : State::failed;
+            default:
+                return State::failed;  // text after the last part
         }
     }
 
@@ -308,8 +308,7 @@ bool parse_common_shape(std::string_view text, AbsoluteTime& out) noexcept {
     const std::uint64_t yearMonth = s_yearMonth.values_of(load_eight(at));
     const std::uint64_t clock = s_clock.values_of(load_eight(at + 11));
     const bool isSeparator = at[10] == 'T' || at[10] == ' ' || at[10] == 't';
-    if (!s_yearMonth.fits(yearMonth) || !s_clock.fits(clock) || !is_digit(at[8]) || !is_digit(at[9]) ||
-        !isSeparator) {
+    if (!s_yearMonth.fits(yearMonth) || !s_clock.fits(clock) || !is_digit(at[8]) || !is_digit(at[9]) || !isSeparator) {
         return false;
     }
     const std::size_t end = text.size() - (ascii_upper(text.back()) == 'Z' ? 1 : 0);
@@ -331,8 +330,7 @@ bool parse_common_shape(std::string_view text, AbsoluteTime& out) noexcept {
     if (year < 1700 || year > 2200 || month - 1 > 11 || day - 1 > 30 || hour > 23 || minute > 59 || second > 59) {
         return false;
     }
-    const int jdn =
-        calendar::julian_day_number(static_cast<int>(year), static_cast<int>(month), static_cast<int>(day));
+    const int jdn = calendar::julian_day_number(static_cast<int>(year), static_cast<int>(month), static_cast<int>(day));
     const unsigned secondOfDay = (hour * 60 + minute) * 60 + second;
     out.set_nsec((jdn - calendar::s_epochJdn) * calendar::s_nsPerDay + secondOfDay * calendar::s_nsPerSecond +
                  nanosecond);

@@ -31,23 +31,25 @@ constexpr DigitPairs s_digitPairs;
 
 void write_pair(char* at, unsigned value) noexcept { std::memcpy(at, s_digitPairs.text + 2 * value, 2); }
 
+// The decimal digits of a number below 10^8 as bytes, the first in the lowest: split by 10000, by 100 and by 10, all
+// lanes at once.
+std::uint64_t eight_digits(unsigned value) noexcept {
+    const std::uint64_t fours = value / 10'000 | std::uint64_t{value % 10'000} << 32;
+    const std::uint64_t hundreds = (fours * 5243 >> 19) & 0x0000'007F'0000'007Fu;
+    const std::uint64_t twos = hundreds | (fours - 100 * hundreds) << 16;
+    const std::uint64_t tens = (twos * 103 >> 10) & 0x000F'000F'000F'000Fu;
+    return tens | (twos - 10 * tens) << 8;
+}
+
 // One to nine digits, without trailing zeros; nine bytes are written in any case.
 unsigned write_fraction(char* at, unsigned nanosecond) noexcept {
-    const unsigned first = nanosecond / 100'000'000;
-    const unsigned eightDigits = nanosecond % 100'000'000;
-    const unsigned high = eightDigits / 10'000;
-    const unsigned low = eightDigits % 10'000;
-    at[0] = static_cast<char>('0' + first);
-    write_pair(at + 1, high / 100);
-    write_pair(at + 3, high % 100);
-    write_pair(at + 5, low / 100);
-    write_pair(at + 7, low % 100);
-    // The last digit lies in the highest byte.
     static_assert(std::endian::native == std::endian::little);
-    std::uint64_t digits;
-    std::memcpy(&digits, at + 1, sizeof digits);
-    const int zeroBits = std::countl_zero(digits ^ 0x3030'3030'3030'3030u);
-    return 9 - static_cast<unsigned>(zeroBits) / 8;
+    const std::uint64_t digits = eight_digits(nanosecond % 100'000'000);
+    const std::uint64_t text = digits | 0x3030'3030'3030'3030u;
+    at[0] = static_cast<char>('0' + nanosecond / 100'000'000);
+    std::memcpy(at + 1, &text, sizeof text);
+    const auto zeroBits = static_cast<unsigned>(std::countl_zero(digits));  // the last digit lies in the highest byte
+    return 9 - zeroBits / 8;
 }
 
 // Date, `separator`, time with fraction, `suffix` (0 for none), and a NUL after it. Returns the length.
@@ -74,6 +76,13 @@ unsigned write_instant(char* out, std::int64_t ns, char separator, char suffix) 
     return length + (suffix != 0 ? 1 : 0);
 }
 
+// Written in place: copying a text that was just written in small pieces costs more than writing it.
+std::string string_of_instant(std::int64_t ns, char separator, char suffix) {
+    std::string text(UtcText::max_length, '\0');
+    text.resize(write_instant(text.data(), ns, separator, suffix));
+    return text;
+}
+
 }  // namespace
 
 UtcText UtcText::plain(AbsoluteTime time) noexcept {
@@ -98,8 +107,12 @@ UtcText UtcText::iso8601(AbsoluteTime time) noexcept {
     return result;
 }
 
-std::string AbsoluteTime::as_string() const { return std::string(UtcText::plain(*this).view()); }
+std::string AbsoluteTime::as_string() const {
+    return is_infinite() ? std::string(s_infinitePlain) : string_of_instant(m_value, ' ', '\0');
+}
 
-std::string AbsoluteTime::as_iso8601_string() const { return std::string(UtcText::iso8601(*this).view()); }
+std::string AbsoluteTime::as_iso8601_string() const {
+    return is_infinite() ? std::string(s_infiniteIso8601) : string_of_instant(m_value, 'T', 'Z');
+}
 
 }  // namespace nqcore

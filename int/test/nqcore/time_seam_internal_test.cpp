@@ -1,0 +1,133 @@
+// The seams platform/clock.h and platform/calendar.h, the same on both targets.
+#include "platform/calendar.h"
+#include "platform/clock.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdint>
+#include <cstdlib>
+#include <random>
+
+namespace nqcore::platform {
+namespace {
+
+constexpr std::uint64_t s_ticksPerSecond = 10'000'000;
+constexpr std::uint64_t s_ticksPerDay = 86'400 * s_ticksPerSecond;
+constexpr bool s_isWindows = sizeof(wchar_t) == 2;
+
+bool same(const SYSTEMTIME& a, const SYSTEMTIME& b) {
+    return a.wYear == b.wYear && a.wMonth == b.wMonth && a.wDayOfWeek == b.wDayOfWeek && a.wDay == b.wDay &&
+           a.wHour == b.wHour && a.wMinute == b.wMinute && a.wSecond == b.wSecond && a.wMilliseconds == b.wMilliseconds;
+}
+
+TEST(TimeSeam, ClockFollowsTheSystemClock) {
+    const std::int64_t before = system_time_ns();
+    const auto standard =
+        std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::system_clock::now().time_since_epoch());
+    const std::int64_t after = system_time_ns();
+    EXPECT_LE(before, standard.count() + 20'000'000);
+    EXPECT_GE(after, standard.count() - 20'000'000);
+}
+
+TEST(TimeSeam, CalendarFieldsOfTicks) {
+    struct {
+        std::uint64_t ticks;
+        SYSTEMTIME fields;
+    } const cases[] = {
+        {0, {1601, 1, 1, 1, 0, 0, 0, 0}},
+        {116'444'736'000'000'000, {1970, 1, 4, 1, 0, 0, 0, 0}},
+        {132'274'532'967'899'999, {2020, 2, 6, 29, 12, 34, 56, 789}},
+        {0x7FFFFFFF'FFFFFFFF, {30828, 9, 4, 14, 2, 48, 5, 477}},
+    };
+    for (const auto& row : cases) {
+        SYSTEMTIME fields = {};
+        ASSERT_TRUE(system_time_from_file_time(row.ticks, fields));
+        EXPECT_TRUE(same(fields, row.fields)) << row.ticks;
+    }
+}
+
+TEST(TimeSeam, EveryDayAgreesWithTheStandardCalendar) {
+    using namespace std::chrono;
+    constexpr sys_days s_first = 1601y / January / 1;
+    // The standard's years end at 32767, the system's at 30827.
+    for (sys_days day = s_first; day <= sys_days(30827y / December / 31); day += days(13)) {
+        const year_month_day date(day);
+        const auto ticks = static_cast<std::uint64_t>((day - s_first).count()) * s_ticksPerDay + 10'000;
+        SYSTEMTIME fields = {};
+        ASSERT_TRUE(system_time_from_file_time(ticks, fields));
+        ASSERT_EQ(fields.wYear, int(date.year()));
+        ASSERT_EQ(fields.wMonth, unsigned(date.month()));
+        ASSERT_EQ(fields.wDay, unsigned(date.day()));
+        ASSERT_EQ(fields.wDayOfWeek, weekday(day).c_encoding());
+        ASSERT_EQ(fields.wMilliseconds, 1);
+        fields.wDayOfWeek = 99;  // not looked at
+        std::uint64_t back = 0;
+        ASSERT_TRUE(file_time_from_system_time(fields, back));
+        ASSERT_EQ(back, ticks);
+    }
+}
+
+TEST(TimeSeam, RefusalsWriteNothing) {
+    const SYSTEMTIME unchanged = {1, 2, 3, 4, 5, 6, 7, 8};
+    SYSTEMTIME fields = unchanged;
+    EXPECT_FALSE(system_time_from_file_time(0x80000000'00000000, fields));
+    EXPECT_FALSE(system_time_from_file_time(0xFFFFFFFF'FFFFFFFF, fields));
+    EXPECT_TRUE(same(fields, unchanged));
+
+    const SYSTEMTIME refused[] = {
+        {1600, 12, 0, 31, 0, 0, 0, 0}, {0, 1, 0, 1, 0, 0, 0, 0},       {2020, 0, 0, 1, 0, 0, 0, 0},
+        {2020, 13, 0, 1, 0, 0, 0, 0},  {2020, 1, 0, 0, 0, 0, 0, 0},    {2020, 4, 0, 31, 0, 0, 0, 0},
+        {2020, 2, 0, 30, 0, 0, 0, 0},  {2020, 1, 0, 1, 24, 0, 0, 0},   {2020, 1, 0, 1, 0, 60, 0, 0},
+        {2020, 1, 0, 1, 0, 0, 60, 0},  {2020, 1, 0, 1, 0, 0, 0, 1000},
+    };
+    std::uint64_t ticks = 42;
+    for (const SYSTEMTIME& row : refused) {
+        EXPECT_FALSE(file_time_from_system_time(row, ticks)) << row.wYear << '-' << row.wMonth << '-' << row.wDay;
+        EXPECT_EQ(ticks, 42u);
+    }
+    EXPECT_TRUE(file_time_from_system_time({2000, 2, 0, 29, 23, 59, 59, 999}, ticks));
+}
+
+TEST(TimeSeam, LastYearAndLeapDays) {
+    if (s_isWindows) {
+        GTEST_SKIP() << "emulations of the system take February 29 of every year, and years after 30827";
+    }
+    std::uint64_t ticks = 0;
+    EXPECT_TRUE(file_time_from_system_time({30827, 12, 0, 31, 23, 59, 59, 999}, ticks));
+    EXPECT_FALSE(file_time_from_system_time({30828, 1, 0, 1, 0, 0, 0, 0}, ticks));
+    EXPECT_FALSE(file_time_from_system_time({2021, 2, 0, 29, 0, 0, 0, 0}, ticks));
+    EXPECT_FALSE(file_time_from_system_time({2100, 2, 0, 29, 0, 0, 0, 0}, ticks));
+}
+
+TEST(TimeSeam, LocalTicksShiftByOneOffset) {
+    // Summer or winter, then or now: the offset is today's.
+    std::uint64_t january = 0;
+    std::uint64_t july = 0;
+    ASSERT_TRUE(utc_from_local_file_time(132'000'000'000'000'000, january));
+    ASSERT_TRUE(utc_from_local_file_time(132'157'000'000'000'000, july));
+    const auto offset = static_cast<std::int64_t>(132'000'000'000'000'000 - january);
+    EXPECT_EQ(static_cast<std::int64_t>(132'157'000'000'000'000 - july), offset);
+    EXPECT_EQ(offset % static_cast<std::int64_t>(900 * s_ticksPerSecond), 0);
+    EXPECT_LE(std::abs(offset), static_cast<std::int64_t>(15 * 3600 * s_ticksPerSecond));
+}
+
+TEST(TimeSeam, LocalTicksFollowTheZone) {
+    if (s_isWindows) {
+        GTEST_SKIP() << "the zone is the system's, not the environment's";
+    }
+    struct {
+        const char* zone;
+        std::int64_t seconds;
+    } const cases[] = {{"TZ=AAA-5:30", 19'800}, {"TZ=BBB4", -14'400}, {"TZ=UTC0", 0}};
+    for (const auto& row : cases) {
+        putenv(const_cast<char*>(row.zone));
+        std::uint64_t utc = 0;
+        ASSERT_TRUE(utc_from_local_file_time(132'000'000'000'000'000, utc));
+        EXPECT_EQ(static_cast<std::int64_t>(132'000'000'000'000'000 - utc),
+                  row.seconds * static_cast<std::int64_t>(s_ticksPerSecond));
+    }
+}
+
+}  // namespace
+}  // namespace nqcore::platform
