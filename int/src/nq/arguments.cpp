@@ -1,0 +1,155 @@
+#include "arguments.h"
+
+#include "errors.h"
+#include "nqcore/version.h"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <string_view>
+
+namespace nq {
+
+namespace {
+
+std::vector<std::string> split(std::string_view text, char separator) {
+    std::vector<std::string> parts;
+    for (std::size_t begin = 0; begin <= text.size();) {
+        const std::size_t end = std::min(text.find(separator, begin), text.size());
+        parts.emplace_back(text.substr(begin, end - begin));
+        begin = end + 1;
+    }
+    return parts;
+}
+
+// "-o,--output" -> "output", "FILE" -> "FILE"
+std::string key_of(const Option& option) {
+    const std::string longest = split(option.name, ',').back();
+    return longest.substr(std::min(longest.find_first_not_of('-'), longest.size()));
+}
+
+// CLI11 takes "[a,b]" for a list of two values, so values that begin like one are handed through it with a mark.
+constexpr char s_mark = '\x01';
+
+bool needs_mark(char first) noexcept { return first == '[' || first == s_mark; }
+
+void add_mark(std::string& word) {
+    if (!word.empty() && needs_mark(word[0])) {
+        word.insert(0, 1, s_mark);
+    }
+}
+
+void take_mark(std::string& word) {
+    if (word.size() > 1 && word[0] == s_mark && needs_mark(word[1])) {
+        word.erase(0, 1);
+    }
+}
+
+class Parser {
+public:
+    explicit Parser(const Command& root) : m_app(root.summary, root.name) {
+        m_app.set_version_flag("--version", std::string(root.name) + " " NQCORE_VERSION);
+        add_command(m_app, root);
+    }
+
+    void parse(std::vector<std::string> words) {
+        // CLI11 takes the words last first.
+        std::reverse(words.begin(), words.end());
+        std::for_each(words.begin(), words.end(), add_mark);
+        m_app.parse(words);
+    }
+
+    // After parsing.
+    [[nodiscard]] std::string help() const { return m_app.help(); }
+    [[nodiscard]] bool is_brief() const noexcept { return m_isBrief; }
+    [[nodiscard]] const Command* command() const noexcept { return m_command; }
+    [[nodiscard]] Arguments arguments() const {
+        Arguments arguments;
+        for (const auto& [option, parsed] : m_options.at(m_command)) {
+            std::vector<std::string> values = parsed->results();
+            std::for_each(values.begin(), values.end(), take_mark);
+            if (values.empty() && option->fallback != nullptr) {
+                values = {option->fallback};
+            }
+            arguments.table[key_of(*option)] = std::move(values);
+        }
+        return arguments;
+    }
+
+private:
+    void add_command(CLI::App& app, const Command& command) {
+        m_options[&command];
+        app.set_help_flag("-h,--help", "Show this help and exit");
+        app.add_flag("--brief", m_isBrief, "Describe failures in one line each");
+        app.footer(command.details);
+        app.allow_windows_style_options(false);
+        for (const Option& option : command.options) {
+            add_option(app, command, option);
+        }
+        for (const Command* child : command.children) {
+            add_command(*app.add_subcommand(child->name, child->summary), *child);
+        }
+        if (command.children.empty()) {
+            app.callback([this, &command] { m_command = &command; });
+        } else {
+            app.require_subcommand(1);
+        }
+    }
+
+    void add_option(CLI::App& app, const Command& command, const Option& option) {
+        CLI::Option* const added =
+            option.value == nullptr ? app.add_flag(option.name, option.help) : app.add_option(option.name, option.help);
+        const bool isPositional = option.name[0] != '-';
+        if (option.isList) {
+            added->type_name("...")->expected(1, CLI::detail::expected_max_vector_size)->allow_extra_args();
+        } else if (option.value != nullptr) {
+            added->type_name(isPositional ? "" : option.value)->expected(1);
+        }
+        if (option.choices != nullptr) {
+            added->check(CLI::IsMember(split(option.choices, '|')));
+        }
+        if (option.fallback != nullptr) {
+            added->default_str(option.fallback);
+        }
+        m_options[&command].emplace_back(&option, added->required(option.isRequired));
+    }
+
+    CLI::App m_app;
+    bool m_isBrief = false;
+    const Command* m_command = nullptr;
+    std::map<const Command*, std::vector<std::pair<const Option*, CLI::Option*>>> m_options;
+};
+
+}  // namespace
+
+Invocation parse_command_line(std::vector<std::string> words, const Command& root) {
+    Parser parser(root);
+    Invocation invocation;
+    try {
+        parser.parse(std::move(words));
+        invocation.command = parser.command();
+        invocation.arguments = parser.arguments();
+        invocation.isBrief = parser.is_brief();
+    } catch (const CLI::CallForHelp&) {
+        invocation.answer = parser.help();
+    } catch (const CLI::CallForVersion& version) {
+        invocation.answer = std::string(version.what()) + "\n";
+    } catch (const CLI::ParseError& problem) {
+        throw_usage(problem.what());
+    }
+    return invocation;
+}
+
+const std::vector<std::string>& Arguments::values(const char* name) const {
+    static const std::vector<std::string> none;
+    const auto found = table.find(std::string_view(name));
+    return found == table.end() ? none : found->second;
+}
+
+const std::string& Arguments::value(const char* name) const {
+    static const std::string none;
+    const std::vector<std::string>& all = values(name);
+    return all.empty() ? none : all.back();
+}
+
+}  // namespace nq

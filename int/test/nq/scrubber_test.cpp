@@ -1,0 +1,228 @@
+#include "scrubber.h"
+
+#include "chunk_reader.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+#include <random>
+#include <string>
+#include <string_view>
+
+namespace {
+
+// Gives a text in pieces of a few bytes.
+class TextSource final : public nq::ByteSource {
+public:
+    explicit TextSource(std::string_view text, std::size_t mostAtOnce = 1u << 20)
+        : m_text(text), m_mostAtOnce(mostAtOnce) {}
+    std::size_t read(char* buffer, std::size_t capacity) override {
+        const std::size_t count = std::min({capacity, m_mostAtOnce, m_text.size()});
+        m_text.copy(buffer, count);
+        m_text.remove_prefix(count);
+        return count;
+    }
+
+private:
+    std::string_view m_text;
+    std::size_t m_mostAtOnce;
+};
+
+struct Scrubbed {
+    std::string text;
+    nq::ScrubReport report;
+};
+
+Scrubbed scrub(nq::ChunkReader& reader) {
+    Scrubbed result;
+    for (nq::Chunk chunk; reader.next(chunk);) {
+        nq::Scrubber().scrub(chunk, result.text, result.report);
+    }
+    return result;
+}
+
+Scrubbed scrub(std::string_view text) {
+    TextSource source(text);
+    nq::ChunkReader reader(source, text.size() + 1);
+    return scrub(reader);
+}
+
+struct ScrubCase {
+    const char* name;
+    std::string_view text;
+    std::string_view clean;
+};
+
+constexpr ScrubCase s_scrubCases[] = {
+    {"empty", "", ""},
+    {"nothing_to_do", "one\r\ntwo\n\n\tthree \xE2\x82\xAC", "one\r\ntwo\n\n\tthree \xE2\x82\xAC"},
+    {"nul_passes", std::string_view("a\0b\n", 4), std::string_view("a\0b\n", 4)},
+    {"stamp", "2026-11-01 12:34:56 x\n", "2026-11-01T12:34:56.0Z x\n"},
+    {"stamp_is_whole_line", "20261101T1234\r\n", "2026-11-01T12:34:00.0Z\r\n"},
+    {"stamps_of_all_lines", "2026-11-01 01\nx 2026-11-01 01\n2026-11-01 02:30",
+     "2026-11-01T01:00:00.0Z\nx 2026-11-01 01\n2026-11-01T02:30:00.0Z"},
+    {"unreadable_stamp", "2026-11-01T12:34:56+01:00 x\n", "2026-11-01T12:34:56+01:00 x\n"},
+    {"infinite", "9999-12-31 23:59:59.999999999\n", "9999-12-31T23:59:59.999999999Z\n"},
+    {"stamp_behind_bad_byte",
+     "\xFF"
+     "2026-11-01 12:34:56\n",
+     "?2026-11-01 12:34:56\n"},
+    {"card", "card 4111111111111111 end\n", "card 41111-------1111 end\n"},
+    {"card_at_end_of_line", "card 4111111111111111\r\n4111111111111111\n",
+     "card 41111-------1111\r\n41111-------1111\n"},
+    {"card_and_stamp", "2026-11-01 12:34:56 4111111111111111", "2026-11-01T12:34:56.0Z 41111-------1111"},
+    {"path", "/4111111111111111 \n", "/4111111111111111 \n"},
+    {"twelve_digits_inside", "411111111117 x\n", "41111---1117 x\n"},
+    {"twelve_digits_at_end_of_line", "x 411111111117\nx 411111111117\r\nx 411111111117",
+     "x 411111111117\nx 411111111117\r\nx 411111111117"},
+    {"twelve_digits_between", "x 411111111117 y\nx 411111111117\nx 411111111117 y\n",
+     "x 41111---1117 y\nx 411111111117\nx 41111---1117 y\n"},
+    {"carriage_return_is_text", "411111111117\r", "41111---1117\r"},
+    {"digits_of_two_lines", "41111111\n11111111\n", "41111111\n11111111\n"},
+    {"bad_bytes", "a\xC0\x80z\xED\xA0\x80\xFF\n", "a??z????\n"},
+    {"line_feed_survives", "\xF0\n\xE2\x82\nab\xF0\xF0\n", "?\n??\nab??\n"},
+    {"ascii_at_end_survives",
+     "\xF0"
+     "ab",
+     "?ab"},
+    {"cut_at_end", "a\xE2\x82", "a??"},
+};
+
+TEST(Scrubber, CleansText) {
+    for (const ScrubCase& row : s_scrubCases) {
+        EXPECT_EQ(scrub(row.text).text, row.clean) << row.name;
+    }
+}
+
+TEST(Scrubber, ReportsWhatItFound) {
+    const std::string_view text =
+        "first\n"
+        "2026-11-01 12:00:00 ok \xFF\xFE\n"
+        "2026-10-31T12:00:00Z 4111111111111111 5105105105105100\n"
+        "2026-13-01 00:00:00 x\n"
+        "2026-11-01 00:00:00 +0100 last";
+    const nq::ScrubReport report = scrub(text).report;
+    EXPECT_EQ(report.bytesIn, text.size());
+    EXPECT_EQ(report.bytesOut, scrub(text).text.size());
+    EXPECT_EQ(report.lines(), 5u);
+    EXPECT_EQ(report.repairedBytes, 2u);
+    ASSERT_TRUE(report.firstRepaired && report.firstUnreadable && report.earliest && report.latest);
+    EXPECT_EQ(report.firstRepaired->offset, text.find('\xFF'));
+    EXPECT_EQ(report.firstRepaired->line, 1u);
+    EXPECT_EQ(report.maskedNumbers, 2u);
+    EXPECT_EQ(report.stamps, 2u);
+    EXPECT_EQ(report.earliest->as_iso8601_string(), "2026-10-31T12:00:00.0Z");
+    EXPECT_EQ(report.latest->as_iso8601_string(), "2026-11-01T12:00:00.0Z");
+    EXPECT_EQ(report.unreadableStamps, 2u);
+    EXPECT_EQ(report.firstUnreadable->offset, text.find("2026-13"));
+    EXPECT_EQ(report.firstUnreadable->line, 3u);
+    EXPECT_EQ(report.unreadableError->params().get_value("utcTime"), "2026-13-01 00:00:00");
+}
+
+TEST(Scrubber, ReportShowsNoCardNumber) {
+    for (const std::string_view text : {"2026-11-01 4111111111111111", "2026-11-01 411111111117 x"}) {
+        const nq::ScrubReport report = scrub(text).report;
+        ASSERT_EQ(report.unreadableStamps, 1u) << text;
+        EXPECT_EQ(report.unreadableError->expanded_message().as_string().find("1111111"), std::string::npos) << text;
+    }
+}
+
+// All that the rules of masking and repair look at, and what is round it. No stamps: a line that is longer than a chunk
+// has its stamp within the first of them, which these small chunks cannot promise.
+std::string random_text(std::mt19937& random, std::size_t length) {
+    static constexpr std::string_view pieces[] = {
+        "4111111111111111",
+        "411111111117",
+        "4222222222222",
+        "11111111111111111",
+        "1",
+        "7",
+        "/",
+        "/",
+        "x",
+        " ",
+        "\r",
+        "\n",
+        "\r\n",
+        "\x80",
+        "\xC3\xA9",
+        "\xE2\x82\xAC",
+        "\xF0\x9F\x98\x80",
+        "\xE2\x82",
+        "\xFF",
+        "\xF0",
+        "\xFC\x84\x80",
+    };
+    // Each text keeps to a few pieces: that is what makes long runs of one kind.
+    std::string text;
+    const std::size_t kinds = 1 + random() % 4;
+    std::string_view chosen[4];
+    std::generate_n(chosen, kinds, [&] { return pieces[random() % std::size(pieces)]; });
+    while (text.size() < length) {
+        text += random() % 16 == 0 ? pieces[random() % std::size(pieces)] : chosen[random() % kinds];
+    }
+    return text;
+}
+
+TEST(Scrubber, ResultDoesNotDependOnChunks) {
+    std::mt19937 random(20261101);
+    for (int round = 0; round < 50'000; ++round) {
+        const std::string text = random_text(random, random() % 400);
+        const std::size_t window = 23 + random() % 20;
+        const std::size_t capacity = window + 1 + random() % 100;
+        TextSource source(text, 1 + random() % 150);
+        nq::ChunkReader reader(source, capacity, window);
+        const Scrubbed inChunks = scrub(reader);
+        const Scrubbed whole = scrub(text);
+        ASSERT_EQ(inChunks.text, whole.text) << "capacity " << capacity << ", window " << window << ", text " << text;
+        ASSERT_EQ(inChunks.report.lines(), whole.report.lines());
+        ASSERT_EQ(inChunks.report.repairedBytes, whole.report.repairedBytes);
+        ASSERT_EQ(inChunks.report.maskedNumbers, whole.report.maskedNumbers);
+        ASSERT_EQ(inChunks.report.firstRepaired.has_value(), whole.report.firstRepaired.has_value());
+        if (whole.report.firstRepaired) {
+            ASSERT_EQ(inChunks.report.firstRepaired->offset, whole.report.firstRepaired->offset);
+            ASSERT_EQ(inChunks.report.firstRepaired->line, whole.report.firstRepaired->line);
+        }
+    }
+}
+
+TEST(Scrubber, ChunksKeepAllBytesAndStayBounded) {
+    std::mt19937 random(7);
+    for (int round = 0; round < 2'000; ++round) {
+        const std::string text = random_text(random, random() % 1000);
+        TextSource source(text, 1 + random() % 300);
+        nq::ChunkReader reader(source, 64, 23);
+        std::string joined;
+        for (nq::Chunk chunk; reader.next(chunk);) {
+            ASSERT_LE(chunk.size, 64u);
+            ASSERT_EQ(chunk.startsLine, joined.empty() || joined.ends_with('\n'));
+            joined += chunk.view();
+        }
+        ASSERT_EQ(joined, text);
+    }
+}
+
+// The example that people meet first: what it shows must stay shown.
+TEST(Scrubber, SampleLogShowsEverything) {
+    std::ifstream file(NQ_SOURCE_DIR "/examples/logs/sample.log", std::ios::binary);
+    const std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    ASSERT_FALSE(text.empty());
+    EXPECT_NE(text.find("\r\n"), std::string::npos);
+    EXPECT_FALSE(text.ends_with('\n'));
+    const nq::ScrubReport report = scrub(text).report;
+    EXPECT_EQ(report.lines(), 244u);
+    EXPECT_EQ(report.repairedBytes, 16u);
+    EXPECT_EQ(report.maskedNumbers, 21u);
+    EXPECT_EQ(report.stamps, 219u);
+    EXPECT_EQ(report.unreadableStamps, 7u);
+    // Clean text has nothing left to clean, but what cannot be read.
+    const nq::ScrubReport again = scrub(scrub(text).text).report;
+    EXPECT_EQ(again.repairedBytes, 0u);
+    EXPECT_EQ(again.maskedNumbers, 0u);
+    EXPECT_EQ(again.bytesIn, again.bytesOut);
+    EXPECT_EQ(again.unreadableStamps, 7u);
+}
+
+}  // namespace

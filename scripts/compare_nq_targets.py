@@ -1,0 +1,177 @@
+#!/usr/bin/env python3
+"""Runs the linux and the win32 `nq` on the same inputs and compares what they answer, byte by byte.
+
+compare_nq_targets.py [LINUX_PROGRAM WIN32_PROGRAM]     (default: those of build/linux and build/win32)
+
+Standard output, standard error and exit code must agree with each other, and the exit code with what is expected.
+Only the speed in the reports of `nq scrub` is left out. Prints each difference; status 1 when there is any.
+"""
+import os
+import pathlib
+import random
+import re
+import subprocess
+import sys
+import tempfile
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+WINE_RUN = ROOT / "scripts/win32/wine-run"
+SPEED = re.compile(rb'(bytes per second  |"bytesPerSecond":)\d+')
+
+CARD = b"2026-11-01 12:34:56 card 4111111111111111 ok\r\n"
+LONG_LINE = b"x" * 300_000 + b" 4111111111111111 " + b"\xff" * 9_000 + b"1" * 600_000 + b"/" + b"4111111111111111" * 5
+
+
+def random_bytes(seed, size):
+    return random.Random(seed).randbytes(size)
+
+
+def random_log(seed, size):
+    """Pieces that matter to scrubbing, in any order."""
+    source = random.Random(seed)
+    pieces = [b"2026-11-01 12:34:56", b"20261101T1234Z", b"2026-11-01T00:00:00+01:00", b"\n", b"\r\n", b" ", b"/", b"word",
+              b"4111111111111111", b"411111111117", b"\xc3\xa9", b"\xe2\x82", b"\xff", b"\xf0\x9f\x98\x80", b"12", b"\0"]
+    result = b""
+    while len(result) < size:
+        result += source.choice(pieces)
+    return result
+
+
+FILES = {
+    "sample.log": (ROOT / "examples/logs/sample.log").read_bytes(),
+    "gr\u00f6\u00dfe \u6771\u4eac.log": CARD,
+    "bad.txt": b"ab\n\xc3\xa9x\xe2\x82",
+    "latin.txt": "caf\u00e9\n".encode("latin-1"),
+    "wide.txt": "h\u00e9 \U0001f600\r\n".encode("utf-16-le"),
+    "wide_be.txt": "\ufeffh\u00e9 \U0001f600\r\n".encode("utf-16-be"),
+    "half.txt": b"a\0\0\xd8b\0",
+    "odd.txt": b"a\0b",
+    "empty.txt": b"",
+    "random.bin": random_bytes(1, 1 << 20),
+    "random.log": random_log(2, 1 << 20),
+    "long.txt": LONG_LINE,
+}
+
+# (expected exit code, arguments, standard input)
+CASES = [
+    (0, ["--version"], b""),
+    (0, ["--help"], b""),
+    (0, ["scrub", "--help"], b""),
+    (0, ["time", "--help"], b""),
+    (0, ["utf8", "to-utf16", "-h"], b""),
+    (0, ["error", "match", "--help"], b""),
+    (2, [], b""),
+    (2, ["--brief"], b""),
+    (2, ["scrub", "--foam"], b""),
+    (2, ["wash"], b""),
+    (0, ["scrub", "sample.log"], b""),
+    (0, ["scrub", "--json", "sample.log", "-", "bad.txt"], CARD),
+    (0, ["scrub", "--brief", "--", "sample.log"], b""),
+    (0, ["scrub", "gr\u00f6\u00dfe \u6771\u4eac.log"], b""),
+    (0, ["scrub"], CARD * 1000),
+    (0, ["scrub"], b""),
+    (0, ["scrub", "empty.txt"], b""),
+    (0, ["scrub", "random.bin"], b""),
+    (0, ["scrub", "random.log"], b""),
+    (0, ["scrub", "long.txt"], b""),
+    (0, ["scrub", "-q", "random.log", "-o", "clean.out"], b""),
+    (1, ["scrub", "missing.log"], b""),
+    (1, ["scrub", "--brief", "miss\u00e9 \U0001f600.log"], b""),
+    (1, ["scrub", "folder"], b""),
+    (1, ["scrub", "bad.txt", "-o", "folder"], b""),
+    (1, ["scrub", "--brief", "bad.txt", "-o", "no_folder/x"], b""),
+    (2, ["scrub", "clean.out", "-o", "./clean.out"], b""),
+    (0, ["time", "2020-02-29T12:34:56.789Z", "INF", "1677-09-21 00:12:43.145224192"], b""),
+    (0, ["time", "--json"], b"2020-02-29T12:34:56.789Z\r\n20200229t1234\nINF"),
+    (0, ["time", "--from", "jd", "--iso", "--jd", "2451545.123456789", "2335000.75", "2547338.5"], b""),
+    (1, ["time", "--from", "jd", "-1"], b""),
+    (1, ["time", "--from", "jd", "--", "-1", "0.75", "1e300", "nan", "x"], b""),
+    (1, ["time", "--iso"], b"2020-02-30 00:00:00\n\n2020-01-01T24:00:01\n\xff\n2262-04-11 23:47:16.854775807\n"),
+    (1, ["time", "--brief", "--ns", "2020-13-01T00:00:00", "2020-01-01T00:00:00+01:00"], b""),
+    (1, ["time"], b"x" * 3_000_000),
+    (1, ["utf8", "check", "sample.log", "latin.txt", "bad.txt", "empty.txt"], b""),
+    (1, ["utf8", "check", "--json", "random.bin", "bad.txt", "wide.txt", "-"], b"\xef\xbb\xbfx"),
+    (0, ["utf8", "repair", "random.bin"], b""),
+    (0, ["utf8", "repair", "--replacement", "_"], b"a\xc0\x80\xf0"),
+    (1, ["utf8", "to-utf16", "sample.log"], b""),
+    (0, ["utf8", "to-utf16", "--be", "--bom"], "h\u00e9 \U0001f600\r\n".encode()),
+    (0, ["utf8", "from-utf16", "wide.txt"], b""),
+    (0, ["utf8", "from-utf16", "--bom", "wide_be.txt", "wide.txt"], b""),
+    (1, ["utf8", "from-utf16", "half.txt"], b""),
+    (1, ["utf8", "from-utf16", "--brief", "odd.txt"], b""),
+    (0, ["error", "list"], b""),
+    (0, ["error", "list", "error.errno", "--json"], b""),
+    (0, ["error", "show", "2"], b""),
+    (0, ["error", "show", "0x1c", "--json"], b""),
+    (2, ["error", "show", "99999999999"], b""),
+    (0, ["error", "match", "error.a.b", "error.a"], b""),
+    (1, ["error", "match", "error.ab", "error.a"], b""),
+]
+# The same on both systems only where errno numbers have the same meaning.
+CASES += [(0, ["error", "show", "--brief", str(number)], b"") for number in (0, 1, 11, 12, 13, 21, 22, 28, 32, 10054)]
+
+
+def run(program, arguments, folder, **streams):
+    result = subprocess.run([*program, *arguments], cwd=folder, timeout=120, **streams)
+    return result.returncode, result.stdout, result.stderr
+
+
+def to_full_device(program, folder):
+    with open("/dev/full", "wb") as full:
+        return run(program, ["scrub", "--brief", "random.log"], folder, stdout=full, stderr=subprocess.PIPE,
+                   stdin=subprocess.DEVNULL)
+
+
+def to_closed_pipe(program, folder):
+    read_end, write_end = os.pipe()
+    os.close(read_end)
+    with open(write_end, "wb") as pipe:
+        return run(program, ["scrub", "--brief", "random.log"], folder, stdout=pipe, stderr=subprocess.PIPE,
+                   stdin=subprocess.DEVNULL)
+
+
+def shown(answer):
+    code, out, err = answer
+    return f"status {code}, {len(out or b'')} bytes {(out or b'')[:300]!r}\n      error text {err[:900]!r}"
+
+
+def main():
+    programs = sys.argv[1:] or [str(ROOT / "build/linux/bin/nq"), str(ROOT / "build/win32/bin/nq.exe")]
+    linux, win32 = [str(pathlib.Path(programs[0]).resolve())], [str(WINE_RUN), str(pathlib.Path(programs[1]).resolve())]
+    # Wine reads the names of files and arguments by the locale.
+    os.environ["LC_ALL"] = "C.UTF-8"
+    os.environ.pop("NO_COLOR", None)
+    differences = 0
+    with tempfile.TemporaryDirectory() as name:
+        folder = pathlib.Path(name)
+        (folder / "folder").mkdir()
+        for file, content in FILES.items():
+            (folder / file).write_bytes(content)
+
+        def compare(title, expected, answers):
+            nonlocal differences
+            cleaned = [(code, SPEED.sub(rb"\1N", out or b""), SPEED.sub(rb"\1N", err)) for code, out, err in answers]
+            if cleaned[0] != cleaned[1] or cleaned[0][0] != expected:
+                differences += 1
+                print(f"{title}: expected status {expected}\n  linux {shown(answers[0])}\n  win32 {shown(answers[1])}")
+
+        for expected, arguments, standard_input in CASES:
+            answers = [run(program, arguments, folder, input=standard_input, capture_output=True)
+                       for program in (linux, win32)]
+            compare("nq " + " ".join(arguments), expected, answers)
+            made = folder / "clean.out"
+            if made.exists() and "-o" in arguments and expected == 0:
+                # The file of the second run must be that of the first.
+                second = made.read_bytes()
+                run(linux, arguments, folder, input=standard_input, capture_output=True)
+                if made.read_bytes() != second or not second:
+                    differences += 1
+                    print(f"nq {' '.join(arguments)}: different files")
+        compare("nq scrub > /dev/full", 1, [to_full_device(program, folder) for program in (linux, win32)])
+        compare("nq scrub > closed pipe", 1, [to_closed_pipe(program, folder) for program in (linux, win32)])
+    print(f"{len(CASES) + 2} runs on both targets, {differences} differences")
+    return 1 if differences else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
