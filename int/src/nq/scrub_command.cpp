@@ -53,7 +53,7 @@ int run_scrub(Context& context) {
     std::uint64_t bytes = 0;
     for (const std::string& path : input_paths(context.arguments)) {
         Input input(path);
-        reports.push_back({input.name(), scrub_input(input, *out)});
+        reports.push_back({path, input.name(), scrub_input(input, *out)});
         bytes += reports.back().report.bytesIn;
     }
     out->close();

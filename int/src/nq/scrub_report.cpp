@@ -42,7 +42,7 @@ std::string first_at(const InputReport& input, const Place& place) {
 
 JsonObject json_of_place(const InputReport& input, const Place& place) {
     JsonObject object;
-    object.add("input", input.name).add("offset", place->offset).add("line", place->line + 1);
+    object.add("input", input.path).add("offset", place->offset).add("line", place->line + 1);
     return object;
 }
 

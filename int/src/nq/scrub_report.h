@@ -11,7 +11,8 @@ namespace nq {
 
 /// The report on one input.
 struct InputReport {
-    std::string name;
+    std::string path;  ///< as it was given
+    std::string name;  ///< for people
     ScrubReport report;
 };
 
