@@ -27,15 +27,12 @@ case $target in
         ;;
 esac
 
-# expect_version OUTPUT: the program's first line names the version that was installed.
-expect_version() {
-    local version
-    version=$(sed -n 's/^#define NQCORE_VERSION "\(.*\)"/\1/p' "$prefix/include/nqcore/version.h")
-    tr -d '\r' <<< "$1"
-    [ "$(head -n 1 <<< "$1" | tr -d '\r')" = "nqcore $version" ] || {
-        echo "expected first: nqcore $version" >&2
-        return 1
-    }
+# expect FILE COMMAND...: COMMAND succeeds and writes exactly FILE; Windows programs end their lines with CR LF.
+expect() {
+    local wanted=$1
+    shift
+    run "$@" | tr -d '\r' | tee "$work/output"
+    diff -u "$wanted" "$work/output"
 }
 
 cmake --install "$root/build/$target" --prefix "$prefix"
@@ -44,13 +41,15 @@ cp -r "$root/examples/consumer" "$work/source"
 echo "--- find_package"
 cmake -S "$work/source" -B "$work/build" -G Ninja "${toolchain[@]}" -Dnqcore_DIR="$prefix/lib/cmake/nqcore"
 cmake --build "$work/build"
-expect_version "$(run "$work/build/consumer$suffix")"
+expect "$work/source/expected-output.txt" "$work/build/consumer$suffix"
 
 echo "--- pkg-config"
 export PKG_CONFIG_LIBDIR=$prefix/lib/pkgconfig
 # shellcheck disable=SC2046  # pkg-config's answer is a list of arguments
 "$compiler" "${flags[@]}" "$work/source/main.cpp" -o "$work/by-hand$suffix" $(pkg-config --cflags --libs nqcore)
-expect_version "$(run "$work/by-hand$suffix")"
+expect "$work/source/expected-output.txt" "$work/by-hand$suffix"
 
 echo "--- installed nq"
-run "$prefix/bin/nq$suffix" --version
+version=$(sed -n 's/^#define NQCORE_VERSION "\(.*\)"/\1/p' "$prefix/include/nqcore/version.h")
+echo "nq $version" > "$work/version"
+expect "$work/version" "$prefix/bin/nq$suffix" --version

@@ -2,9 +2,11 @@
 """Shows what a line-by-line filter changed: show_changes.py BEFORE AFTER. A few lines of each kind of change."""
 import itertools
 import pathlib
+import re
 import sys
 
 EACH_KIND, WIDTH = 2, 140
+MASKED = re.compile(rb"\d-{2,}\d|\d-+ *-+")
 
 
 def printable(line):
@@ -18,6 +20,8 @@ def kind(before, after):
         before.decode("utf-8")
     except UnicodeDecodeError:
         return "invalid UTF-8"
+    if MASKED.search(after) and not MASKED.search(before):
+        return "masked number"
     return "start of the line" if before[:10] != after[:10] else "within the line"
 
 

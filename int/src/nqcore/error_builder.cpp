@@ -66,31 +66,31 @@ ErrorInfo::Ptr ErrorBuilder::create_with_nested_errno(const ErrorCode& code, con
 }
 
 void ErrorBuilder::throw_error(const ErrorCode& code, const SourceLocation& location) const {
-    ErrorException::throw_error(create(code, location));
+    throw ErrorException(create(code, location));
 }
 
 void ErrorBuilder::throw_error(const ErrorCode& code, const SourceLocation& location,
                                const ErrorInfo::Ptr& nested) const {
-    ErrorException::throw_error(create(code, location, nested));
+    throw ErrorException(create(code, location, nested));
 }
 
 void ErrorBuilder::throw_error(const ErrorCode& code, const SourceLocation& location, long nativeCode) const {
-    ErrorException::throw_error(create(code, location, nativeCode));
+    throw ErrorException(create(code, location, nativeCode));
 }
 
 void ErrorBuilder::throw_error(const ErrorCode& code, const SourceLocation& location, long nativeCode,
                                const ErrorInfo::Ptr& nested) const {
-    ErrorException::throw_error(create(code, location, nativeCode, nested));
+    throw ErrorException(create(code, location, nativeCode, nested));
 }
 
 void ErrorBuilder::throw_error(const ErrorCode& code, const SourceLocation& location, long nativeCode,
                                const ErrorInfo::Ptr& nested, const KeptObject& kept) const {
-    ErrorException::throw_error(create(code, location, nativeCode, nested, kept));
+    throw ErrorException(create(code, location, nativeCode, nested, kept));
 }
 
 void ErrorBuilder::throw_with_nested_errno(const ErrorCode& code, const SourceLocation& location,
                                            int errnoValue) const {
-    ErrorException::throw_error(create_with_nested_errno(code, location, errnoValue));
+    throw ErrorException(create_with_nested_errno(code, location, errnoValue));
 }
 
 }  // namespace nqcore

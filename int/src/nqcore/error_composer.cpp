@@ -68,27 +68,27 @@ void ErrorComposer::create_transfer_with_nested_winerror(ErrorInfo::Ptr& out, co
 }
 
 void ErrorComposer::throw_error(const ErrorCode& code, const SourceLocation& location) const {
-    ErrorException::throw_error(create(code, location));
+    throw ErrorException(create(code, location));
 }
 
 void ErrorComposer::throw_error(const ErrorCode& code, const SourceLocation& location,
                                 const ErrorInfo::Ptr& nested) const {
-    ErrorException::throw_error(create(code, location, nested));
+    throw ErrorException(create(code, location, nested));
 }
 
 void ErrorComposer::throw_with_nested_errno(const ErrorCode& code, const SourceLocation& location,
                                             int errnoValue) const {
-    ErrorException::throw_error(create_with_nested_errno(code, location, errnoValue));
+    throw ErrorException(create_with_nested_errno(code, location, errnoValue));
 }
 
 void ErrorComposer::throw_with_nested_exception(const ErrorCode& code, const SourceLocation& location,
                                                 const std::exception& cause) const {
-    ErrorException::throw_error(create_with_nested_exception(code, location, cause));
+    throw ErrorException(create_with_nested_exception(code, location, cause));
 }
 
 void ErrorComposer::throw_with_nested_winerror(const ErrorCode& code, const SourceLocation& location,
                                                unsigned long winError, bool map) const {
-    ErrorException::throw_error(create_with_nested_winerror(code, location, winError, map));
+    throw ErrorException(create_with_nested_winerror(code, location, winError, map));
 }
 
 namespace impl {
@@ -103,14 +103,9 @@ void ParamText::write_unsigned(unsigned long long number) noexcept {
     m_text = std::string_view(m_digits, static_cast<std::size_t>(end - m_digits));
 }
 
-ErrorComposer compose_error(std::string_view message, const std::string_view* names, const ParamText* values,
+ErrorComposer compose_error(std::string_view message, const std::string_view* names, const std::string_view* values,
                             unsigned count) {
-    ErrorParams params;
-    params.reserve(count);
-    for (unsigned i = 0; i < count; ++i) {
-        params.add_literal_name(names[i], values[i].text());
-    }
-    return ErrorComposer(SourceString::create_reference(message), std::move(params));
+    return ErrorComposer(SourceString::create_reference(message), ErrorParams::from_literals(names, values, count));
 }
 
 }  // namespace impl

@@ -190,6 +190,10 @@ constexpr WinErrorRow s_winErrors[] = {
     {1816, 1816, &error::errno_ENOMEM},   // not enough quota
 };
 
+ErrorParams single_param(std::string_view literalName, std::string_view value) {
+    return ErrorParams::from_literals(&literalName, &value, 1);
+}
+
 int native_errno(const ErrorCode* code) noexcept {
     const bool windows = platform::errno_numbering() == platform::ErrnoNumbering::Windows;
     for (const ErrnoRow& row : s_errnoRows) {
@@ -233,26 +237,24 @@ ErrorInfo::Ptr ErrorInfo::from_errno(const SourceLocation& location, int errnoVa
 
 ErrorInfo::Ptr ErrorInfo::from_errno(const SourceLocation& location, Ptr nested, int errnoValue) {
     const int number = errnoValue == impl::wouldBlockNumber ? impl::eagainNumber : errnoValue;
-    SourceString message;
+    const impl::DecimalText digits(static_cast<long long>(number));
+    ErrorParams params = impl::single_param("errno", digits.view());
     if (const impl::ErrnoRow* const row = impl::find_errno_row(number)) {
-        message = SourceString::create_reference(row->message);
-    } else if (const std::string text = impl::windows_error_text(static_cast<unsigned>(number)); !text.empty()) {
-        message = SourceString::create_copy(text);
-    } else {
-        message = SourceString::create_reference("Unknown error (errno={@errno})");
+        return create(row->code == nullptr ? ErrorCode() : *row->code, SourceString::create_reference(row->message),
+                      std::move(params), location, std::move(nested));
     }
-    ErrorParams params;
-    params.add_literal_name("errno", impl::DecimalText(static_cast<long long>(number)).view());
-    return create(ErrorCode::from_errno(number), message, std::move(params), location, std::move(nested));
+    const std::string systemText = impl::windows_error_text(static_cast<unsigned>(number));
+    return create(ErrorCode::from_errno(number),
+                  systemText.empty() ? SourceString("Unknown error (errno={@errno})", true)
+                                     : SourceString::create_copy(systemText),
+                  std::move(params), location, std::move(nested));
 }
 
 ErrorInfo::Ptr ErrorInfo::from_winerror_nomap(const SourceLocation& location, Ptr nested, unsigned long winError) {
     const impl::DecimalText number(static_cast<unsigned long long>(winError));
     const ErrorCode code(SourceString::create_copy(std::string("error.os.windows.").append(number.view())));
-    ErrorParams params;
-    params.add_literal_name("winErrorCode", number.view());
-    return create(code, SourceString::create_copy(impl::windows_error_text(winError)), std::move(params), location,
-                  std::move(nested));
+    return create(code, SourceString::create_copy(impl::windows_error_text(winError)),
+                  impl::single_param("winErrorCode", number.view()), location, std::move(nested));
 }
 
 ErrorInfo::Ptr ErrorInfo::from_winerror(const SourceLocation& location, unsigned long winError, bool map) {

@@ -7,7 +7,7 @@
 
 #include <new>
 #include <ostream>
-#include <sstream>
+#include <streambuf>
 #include <string>
 #include <utility>
 
@@ -24,6 +24,27 @@ ErrorInfo::Ptr weak_ref_promote_error() {
                              "Weak reference cannot be promoted: the object is gone",
                              s_source.here("nqcore::WeakRefPromoteException::WeakRefPromoteException()"));
 }
+
+// Collects what a stream writes, at less than the cost of a string stream.
+class TextSink : public std::streambuf {
+public:
+    std::string take() noexcept { return std::move(m_text); }
+
+protected:
+    std::streamsize xsputn(const char* text, std::streamsize bytes) override {
+        m_text.append(text, static_cast<std::size_t>(bytes));
+        return bytes;
+    }
+    int_type overflow(int_type byte) override {
+        if (!traits_type::eq_int_type(byte, traits_type::eof())) {
+            m_text += traits_type::to_char_type(byte);
+        }
+        return traits_type::not_eof(byte);
+    }
+
+private:
+    std::string m_text;
+};
 
 }  // namespace
 
@@ -66,9 +87,11 @@ void ErrorException::rethrow() const { throw ErrorException(m_error); }
 void ErrorException::throw_error(const ErrorInfo::Ptr& error) { throw ErrorException(error); }
 
 std::string ErrorException::build_what_text() const {
-    std::ostringstream text;
-    m_error->write_trace(text, 0);
-    return std::move(text).str();
+    TextSink sink;
+    std::ostream stream(&sink);
+    stream.exceptions(std::ios_base::badbit);  // a text that could not be built is not returned in part
+    m_error->write_trace(stream, 0);
+    return sink.take();
 }
 
 std::ostream& operator<<(std::ostream& stream, const ErrorException& exception) { return stream << exception.what(); }
@@ -86,43 +109,43 @@ BadLexicalCast::~BadLexicalCast() = default;
 
 const char* BadLexicalCast::what() const noexcept { return "nqcore::BadLexicalCast"; }
 
-void throw_error(const ErrorInfo::Ptr& error) { ErrorException::throw_error(error); }
+void throw_error(const ErrorInfo::Ptr& error) { throw ErrorException(error); }
 
 void throw_error(const ErrorCode& code, const char* message, const SourceLocation& location) {
-    ErrorException::throw_error(ErrorInfo::create(code, message, location));
+    throw ErrorException(ErrorInfo::create(code, message, location));
 }
 
 void throw_error(const ErrorCode& code, const SourceString& message, const SourceLocation& location) {
-    ErrorException::throw_error(ErrorInfo::create(code, message, location));
+    throw ErrorException(ErrorInfo::create(code, message, location));
 }
 
 void throw_error(const ErrorCode& code, const char* message, const SourceLocation& location,
                  const ErrorInfo::Ptr& nested) {
-    ErrorException::throw_error(ErrorInfo::create(code, message, location, nested));
+    throw ErrorException(ErrorInfo::create(code, message, location, nested));
 }
 
 void throw_error(const ErrorCode& code, const SourceString& message, const SourceLocation& location,
                  const ErrorInfo::Ptr& nested) {
-    ErrorException::throw_error(ErrorInfo::create(code, message, location, nested));
+    throw ErrorException(ErrorInfo::create(code, message, location, nested));
 }
 
 void throw_error(const ErrorCode& code, const char* message, ErrorParams params, const SourceLocation& location) {
-    ErrorException::throw_error(ErrorInfo::create(code, message, std::move(params), location));
+    throw ErrorException(ErrorInfo::create(code, message, std::move(params), location));
 }
 
 void throw_error(const ErrorCode& code, const SourceString& message, ErrorParams params,
                  const SourceLocation& location) {
-    ErrorException::throw_error(ErrorInfo::create(code, message, std::move(params), location));
+    throw ErrorException(ErrorInfo::create(code, message, std::move(params), location));
 }
 
 void throw_error(const ErrorCode& code, const char* message, ErrorParams params, const SourceLocation& location,
                  const ErrorInfo::Ptr& nested) {
-    ErrorException::throw_error(ErrorInfo::create(code, message, std::move(params), location, nested));
+    throw ErrorException(ErrorInfo::create(code, message, std::move(params), location, nested));
 }
 
 void throw_error(const ErrorCode& code, const SourceString& message, ErrorParams params, const SourceLocation& location,
                  const ErrorInfo::Ptr& nested) {
-    ErrorException::throw_error(ErrorInfo::create(code, message, std::move(params), location, nested));
+    throw ErrorException(ErrorInfo::create(code, message, std::move(params), location, nested));
 }
 
 void RefCountPtrGuardBase::throw_too_many_readers_error() {

@@ -1,11 +1,13 @@
 #include "nqcore/error_info.h"
 
 #include "embedded_nul.h"
+#include "error_param_block.h"
 #include "error_text.h"
 #include "host_name.h"
 
 #include <cerrno>
 #include <cstdlib>
+#include <new>
 #include <string>
 #include <utility>
 
@@ -34,6 +36,30 @@ int compare_without_causes(const ErrorInfo& a, const ErrorInfo& b) noexcept {
     return order != 0 ? order : a.hostname().compare(b.hostname());
 }
 
+std::uint32_t hash_record(const ErrorInfo& record, std::uint32_t nestedHash) noexcept {
+    const auto of = [](const SourceString& text) { return impl::text_hash(text.view()); };
+    const SourceLocation& location = record.location();
+    std::uint32_t seed = 0;
+    for (const std::uint32_t value :
+         {of(record.code().value()), of(record.message()), record.params().hash(),
+          of(location.file_id()) ^ of(location.function()) ^ location.line(), of(record.hostname()), nestedHash}) {
+        seed = impl::fold_hash(seed, value);
+    }
+    return seed;
+}
+
+// The innermost record is hashed first. Halving the chain keeps a long one off the stack.
+std::uint32_t hash_chain(const ErrorInfo* first, std::size_t count, std::uint32_t innerHash) noexcept {
+    if (count == 1) {
+        return hash_record(*first, innerHash);
+    }
+    const ErrorInfo* middle = first;
+    for (std::size_t i = 0; i < count / 2; ++i) {
+        middle = middle->nested().get();
+    }
+    return hash_chain(first, count / 2, hash_chain(middle, count - count / 2, innerHash));
+}
+
 }  // namespace
 
 ErrorInfo::ErrorInfo(const ErrorCode& code, const SourceString& message, ErrorParams&& params,
@@ -43,7 +69,16 @@ ErrorInfo::ErrorInfo(const ErrorCode& code, const SourceString& message, ErrorPa
       m_params(std::move(params)),
       m_location(location),
       m_nested(std::move(nested)),
-      m_hostname(SourceString::create_reference(impl::host_name())) {}
+      m_hostname(impl::host_name()) {}
+
+void ErrorInfo::destroy() {
+    if (m_params.m_block == nullptr || !m_params.m_block->in_record()) {
+        delete this;
+        return;
+    }
+    this->~ErrorInfo();
+    ::operator delete(static_cast<void*>(this));
+}
 
 ErrorInfo::~ErrorInfo() {
     // A long chain of causes is taken apart link by link: released as it is, each record would destroy the next one
@@ -56,21 +91,21 @@ ErrorInfo::~ErrorInfo() {
 }
 
 ErrorInfo::Ptr ErrorInfo::create(const ErrorCode& code, const char* message, const SourceLocation& location) {
-    return create(code, literal(message), ErrorParams(), location, Ptr());
+    return Ptr(new ErrorInfo(code, literal(message), ErrorParams(), location, Ptr()));
 }
 
 ErrorInfo::Ptr ErrorInfo::create(const ErrorCode& code, const SourceString& message, const SourceLocation& location) {
-    return create(code, message, ErrorParams(), location, Ptr());
+    return Ptr(new ErrorInfo(code, message, ErrorParams(), location, Ptr()));
 }
 
 ErrorInfo::Ptr ErrorInfo::create(const ErrorCode& code, const char* message, const SourceLocation& location,
                                  Ptr nested) {
-    return create(code, literal(message), ErrorParams(), location, std::move(nested));
+    return Ptr(new ErrorInfo(code, literal(message), ErrorParams(), location, std::move(nested)));
 }
 
 ErrorInfo::Ptr ErrorInfo::create(const ErrorCode& code, const SourceString& message, const SourceLocation& location,
                                  Ptr nested) {
-    return create(code, message, ErrorParams(), location, std::move(nested));
+    return Ptr(new ErrorInfo(code, message, ErrorParams(), location, std::move(nested)));
 }
 
 ErrorInfo::Ptr ErrorInfo::create(const ErrorCode& code, const char* message, ErrorParams params,
@@ -90,6 +125,10 @@ ErrorInfo::Ptr ErrorInfo::create(const ErrorCode& code, const char* message, Err
 
 ErrorInfo::Ptr ErrorInfo::create(const ErrorCode& code, const SourceString& message, ErrorParams params,
                                  const SourceLocation& location, Ptr nested) {
+    if (params.m_block != nullptr) {
+        void* const room = params.m_block->give_to_record();
+        return Ptr(::new (room) ErrorInfo(code, message, std::move(params), location, std::move(nested)));
+    }
     return Ptr(new ErrorInfo(code, message, std::move(params), location, std::move(nested)));
 }
 
@@ -187,41 +226,11 @@ int ErrorInfo::compare(const ErrorInfo& other) const noexcept {
 }
 
 std::uint32_t ErrorInfo::hash() const noexcept {
-    const auto of = [](const SourceString& text) { return impl::text_hash(text.view()); };
-    const auto of_record = [of](const ErrorInfo& record, std::uint32_t nestedHash) {
-        const SourceLocation& location = record.m_location;
-        std::uint32_t seed = 0;
-        for (const std::uint32_t value :
-             {of(record.m_code.value()), of(record.m_message), record.m_params.hash(),
-              of(location.file_id()) ^ of(location.function()) ^ location.line(), of(record.m_hostname), nestedHash}) {
-            seed = impl::fold_hash(seed, value);
-        }
-        return seed;
-    };
-
-    // The innermost record comes first. Chunks keep a long chain off the stack.
-    std::size_t remaining = 0;
+    std::size_t count = 0;
     for (const ErrorInfo* record = this; record != nullptr; record = record->m_nested.get()) {
-        ++remaining;
+        ++count;
     }
-    constexpr std::size_t chunkSize = 32;
-    const ErrorInfo* chunk[chunkSize];
-    std::uint32_t hash = 0;
-    while (remaining != 0) {
-        const std::size_t inChunk = remaining < chunkSize ? remaining : chunkSize;
-        const ErrorInfo* record = this;
-        for (std::size_t skipped = 0; skipped < remaining - inChunk; ++skipped) {
-            record = record->m_nested.get();
-        }
-        for (std::size_t i = 0; i < inChunk; ++i, record = record->m_nested.get()) {
-            chunk[i] = record;
-        }
-        for (std::size_t i = inChunk; i > 0; --i) {
-            hash = of_record(*chunk[i - 1], hash);
-        }
-        remaining -= inChunk;
-    }
-    return hash;
+    return hash_chain(this, count, 0);
 }
 
 }  // namespace nqcore

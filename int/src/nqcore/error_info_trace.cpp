@@ -11,6 +11,7 @@ namespace {
 
 constexpr std::size_t s_messageValueLimit = 16384;
 constexpr std::size_t s_paramValueLimit = 512;
+constexpr std::size_t s_usualLength = 500;
 
 // Calls `line` with each line of `text`, without line feeds. A line feed at the end is followed by an empty line.
 template <class Function>
@@ -28,7 +29,7 @@ void for_each_line(std::string_view text, Function line) {
 // Collects the text of one record; every line begins with a line feed and the record's margin.
 class TraceText {
 public:
-    explicit TraceText(unsigned depth) : m_margin(2 * std::size_t{depth}) {}
+    explicit TraceText(unsigned depth) : m_margin(2 * std::size_t{depth}) { m_text.reserve(s_usualLength); }
 
     std::string& begin_line(std::size_t indent = 0) {
         m_text += '\n';

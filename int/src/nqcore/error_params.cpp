@@ -1,5 +1,6 @@
 #include "nqcore/error_params.h"
 
+#include "error_param_block.h"
 #include "error_text.h"
 
 #include <cstring>
@@ -9,44 +10,6 @@
 #include <utility>
 
 namespace nqcore {
-namespace impl {
-
-struct ErrorParamEntry {
-    SourceString name;
-    std::string value;
-};
-
-/// Header of one allocation; the entries follow it, sorted by name.
-struct alignas(ErrorParamEntry) ErrorParamBlock {
-    unsigned count = 0;
-    unsigned capacity;
-
-    [[nodiscard]] ErrorParamEntry* entries() noexcept { return reinterpret_cast<ErrorParamEntry*>(this + 1); }
-
-    [[nodiscard]] static ErrorParamBlock* allocate(unsigned capacity) {
-        const std::size_t bytes = sizeof(ErrorParamBlock) + std::size_t{capacity} * sizeof(ErrorParamEntry);
-        return ::new (::operator new(bytes)) ErrorParamBlock{0, capacity};
-    }
-
-    void destroy() noexcept {
-        for (unsigned i = 0; i < count; ++i) {
-            entries()[i].~ErrorParamEntry();
-        }
-        ::operator delete(this);
-    }
-
-    /// Adds an entry behind the others; there must be room.
-    template <class Name, class Value>
-    ErrorParamEntry& append(Name&& name, Value&& value) {
-        auto* const entry = ::new (static_cast<void*>(entries() + count))
-            ErrorParamEntry{std::forward<Name>(name), std::forward<Value>(value)};
-        ++count;
-        return *entry;
-    }
-};
-
-}  // namespace impl
-
 namespace {
 
 using impl::ErrorParamBlock;
@@ -67,27 +30,32 @@ struct Place {
     bool found;
 };
 
-// Sets are small and often filled in order: looking at the last entry first, then searching the rest from the front,
-// measures faster than a binary search below some twenty entries, and inserting moves entries anyway.
+// Names are often added in order, so the last entry is looked at first.
 Place find_place(ErrorParamBlock* block, std::string_view name) noexcept {
-    if (block == nullptr) {
-        return {0, false};
-    }
-    const ErrorParamEntry* const entries = block->entries();
-    for (unsigned i = block->count; i > 0; --i) {
-        const int order = entries[i - 1].name.view().compare(name);
-        if (order <= 0) {
-            return order == 0 ? Place{i - 1, true} : Place{i, false};
+    const unsigned count = block == nullptr ? 0 : block->count();
+    unsigned low = 0;
+    unsigned high = count;
+    unsigned probe = count == 0 ? 0 : count - 1;
+    while (low < high) {
+        const int order = block->entries()[probe].name.view().compare(name);
+        if (order == 0) {
+            return {probe, true};
         }
+        if (order < 0) {
+            low = probe + 1;
+        } else {
+            high = probe;
+        }
+        probe = low + (high - low) / 2;
     }
-    return {0, false};
+    return {low, false};
 }
 
 // Strong guarantee.
 ErrorParamBlock* with_capacity(ErrorParamBlock* old, unsigned capacity) {
     ErrorParamBlock* const block = ErrorParamBlock::allocate(capacity);
     if (old != nullptr) {
-        for (unsigned i = 0; i < old->count; ++i) {
+        for (unsigned i = 0; i < old->count(); ++i) {
             ErrorParamEntry& entry = old->entries()[i];
             block->append(std::move(entry.name), std::move(entry.value));
         }
@@ -98,16 +66,16 @@ ErrorParamBlock* with_capacity(ErrorParamBlock* old, unsigned capacity) {
 
 // Strong guarantee.
 std::string& insert_at(ErrorParamBlock*& block, unsigned index, SourceString&& name, std::string&& value) {
-    if (block == nullptr || block->count == block->capacity) {
-        block = with_capacity(block, block == nullptr ? s_firstCapacity : block->capacity * 2);
+    if (block == nullptr || block->count() == block->capacity()) {
+        block = with_capacity(block, block == nullptr ? s_firstCapacity : block->capacity() * 2);
     }
-    if (index == block->count) {
-        return block->append(std::move(name), std::move(value)).value;
+    if (index == block->count()) {
+        return block->append(std::move(name), std::move(value));
     }
     ErrorParamEntry* const entries = block->entries();
-    ErrorParamEntry& last = entries[block->count - 1];
+    ErrorParamEntry& last = entries[block->count() - 1];
     block->append(std::move(last.name), std::move(last.value));
-    for (unsigned i = block->count - 2; i > index; --i) {
+    for (unsigned i = block->count() - 2; i > index; --i) {
         entries[i] = std::move(entries[i - 1]);
     }
     entries[index].name = std::move(name);
@@ -115,7 +83,33 @@ std::string& insert_at(ErrorParamBlock*& block, unsigned index, SourceString&& n
     return entries[index].value;
 }
 
-constexpr std::string s_emptyValue;
+// Strong guarantee.
+void set_value(ErrorParamBlock*& block, impl::NameMaker makeName, std::string_view name, std::string_view value) {
+    impl::check_text_length(name.size());
+    impl::check_text_length(value.size());
+    const Place place = find_place(block, name);
+    if (block == nullptr) {
+        block = ErrorParamBlock::allocate(s_firstCapacity);
+    }
+    if (!place.found && place.index == block->count() && block->count() < block->capacity()) {
+        block->append(makeName, name, value);
+        return;
+    }
+    // The value may be a view into the set, so it is made before anything moves.
+    std::string text(value);
+    if (place.found) {
+        block->entries()[place.index].value = std::move(text);
+    } else {
+        insert_at(block, place.index, makeName(name), std::move(text));
+    }
+}
+
+// Never destroyed: records may still be read while the process ends.
+const std::string& empty_value() noexcept {
+    alignas(std::string) static unsigned char s_memory[sizeof(std::string)];
+    static const std::string* const s_empty = ::new (static_cast<void*>(s_memory)) std::string;
+    return *s_empty;
+}
 
 }  // namespace
 
@@ -129,6 +123,18 @@ ErrorParams::ErrorParams(const ErrorParams& other) {
         copy.m_block->append(other.name_at(i), other.value_at(i));
     }
     swap(copy);
+}
+
+ErrorParams ErrorParams::from_literals(const std::string_view* names, const std::string_view* values, unsigned count) {
+    ErrorParams params;
+    if (count != 0) {
+        params.m_block = ErrorParamBlock::allocate(count);
+        for (unsigned i = 0; i < count; ++i) {
+            impl::check_text_length(values[i].size());
+            params.m_block->append(&SourceString::create_reference, names[i], values[i]);
+        }
+    }
+    return params;
 }
 
 ErrorParams& ErrorParams::operator=(const ErrorParams& other) {
@@ -150,7 +156,7 @@ void ErrorParams::clear() noexcept { *this = ErrorParams(); }
 void ErrorParams::destroy_block() noexcept { m_block->destroy(); }
 
 void ErrorParams::reserve(unsigned count) {
-    if (count > (m_block == nullptr ? 0 : m_block->capacity)) {
+    if (count > (m_block == nullptr ? 0 : m_block->capacity())) {
         m_block = with_capacity(m_block, count);
     }
 }
@@ -163,29 +169,13 @@ ErrorParams& ErrorParams::add_string(const char* name, unsigned nameLength, cons
     return add(name, nameLength, value, valueLength);
 }
 
-// The value is made before the set changes: what can fail fails first, and it may be a view into the set.
-
 ErrorParams& ErrorParams::add(std::string_view name, std::string_view value) {
-    impl::check_text_length(name.size());
-    impl::check_text_length(value.size());
-    std::string text(value);
-    if (const Place place = find_place(m_block, name); place.found) {
-        m_block->entries()[place.index].value = std::move(text);
-    } else {
-        insert_at(m_block, place.index, SourceString::create_copy(name), std::move(text));
-    }
+    set_value(m_block, &SourceString::create_copy, name, value);
     return *this;
 }
 
 ErrorParams& ErrorParams::add_literal_name(std::string_view name, std::string_view value) {
-    impl::check_text_length(name.size());
-    impl::check_text_length(value.size());
-    std::string text(value);
-    if (const Place place = find_place(m_block, name); place.found) {
-        m_block->entries()[place.index].value = std::move(text);
-    } else {
-        insert_at(m_block, place.index, SourceString::create_reference(name), std::move(text));
-    }
+    set_value(m_block, &SourceString::create_reference, name, value);
     return *this;
 }
 
@@ -244,7 +234,7 @@ const std::string& ErrorParams::get_value(const char* name, unsigned length) con
 
 const std::string& ErrorParams::get_value(std::string_view name) const noexcept {
     const std::string* const value = find(name);
-    return value == nullptr ? s_emptyValue : *value;
+    return value == nullptr ? empty_value() : *value;
 }
 
 const std::string* ErrorParams::find(std::string_view name) const noexcept {
@@ -255,7 +245,7 @@ const std::string* ErrorParams::find(std::string_view name) const noexcept {
     return place.found ? &m_block->entries()[place.index].value : nullptr;
 }
 
-unsigned ErrorParams::size() const noexcept { return m_block == nullptr ? 0 : m_block->count; }
+unsigned ErrorParams::size() const noexcept { return m_block == nullptr ? 0 : m_block->count(); }
 
 const SourceString& ErrorParams::name_at(unsigned index) const noexcept { return m_block->entries()[index].name; }
 

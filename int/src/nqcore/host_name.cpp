@@ -6,40 +6,32 @@
 #include <cstring>
 
 namespace nqcore::impl {
+
+constinit HostName s_hostName = {};
+
 namespace {
 
-// Nothing to destroy, so records may be made until the process ends.
-struct HostName {
-    static constexpr unsigned size = 128;
+constexpr unsigned s_longestHostName = sizeof s_hostName.text - 1;
 
-    char text[size] = {};
-    std::size_t length = 0;
-
-    HostName() noexcept {
-        if (platform::network_host_name(text, size - 1) != 0) {
-            std::memset(text, 0, size);
-            if (const int failure = platform::computer_name(text, size - 1); failure != 0) {
-                std::memcpy(text, "<unknown>", sizeof "<unknown>");
-                errno = failure;
-            }
-        }
-        length = std::strlen(text);
+bool capture() noexcept {
+    char* const text = s_hostName.text;
+    int failure = platform::network_host_name(text, s_longestHostName);
+    if (failure != 0 || *text == '\0') {
+        std::memset(text, 0, sizeof s_hostName.text);
+        failure = platform::computer_name(text, s_longestHostName);
     }
-};
-
-const HostName& captured() noexcept {
-    static const HostName s_name;
-    return s_name;
+    if (failure != 0 || *text == '\0') {
+        std::memcpy(text, "<unknown>", sizeof "<unknown>");
+        errno = failure;
+    }
+    __atomic_store_n(&s_hostName.length, static_cast<unsigned>(std::strlen(text)), __ATOMIC_RELEASE);
+    return true;
 }
 
-// Captures at load; a record made earlier, by another static object, captures before that.
-[[maybe_unused]] const HostName& s_atLoad = captured();
+[[maybe_unused]] const bool s_atLoad = (capture_host_name(), true);
 
 }  // namespace
 
-std::string_view host_name() noexcept {
-    const HostName& name = captured();
-    return {name.text, name.length};
-}
+void capture_host_name() noexcept { [[maybe_unused]] static const bool s_captured = capture(); }
 
 }  // namespace nqcore::impl

@@ -2,7 +2,9 @@
 #pragma once
 
 #include "kernels/intrinsics.h"
+#include "ucsutil_rules.h"
 
+#include <bit>
 #include <cstdint>
 
 #define NQCORE_AVX512 __attribute__((target("avx512f,avx512bw,avx512vl,avx512dq,avx512vbmi,avx512vbmi2")))
@@ -14,7 +16,7 @@ NQCORE_AVX512_INLINE std::uint64_t low_bits(unsigned count) noexcept {
     return count == 0 ? 0 : ~std::uint64_t{0} >> (64 - count);
 }
 
-/// Which pairs of lead and second byte are not plainly good, as classes: a pair is doubtful when its two rows share a
+/// Which pairs of lead and second byte are bad, or may be with a third, as classes: a pair is such when its two rows share a
 /// bit. Rows are indexed by the low six bits, which tell all leads apart and all continuation bytes apart.
 struct SecondByteTables {
     alignas(64) unsigned char byLead[64];
@@ -27,7 +29,7 @@ constexpr SecondByteTables make_second_byte_tables() noexcept {
         from_a0 = 2,      // ED: surrogates
         below_90 = 4,     // F0: overlong
         from_90 = 8,      // F4: above U+10FFFF
-        bb_or_bf = 16,    // EF: holds U+FEFF, U+FFFE and U+FFFF
+        bb_or_bf = 16,    // EF: U+FEFF, U+FFFE and U+FFFF begin like this, and others too
         any = 128,        // C0, C1: overlong; F5 and up: above U+10FFFF, five and six bytes, no lead at all
     };
     SecondByteTables tables{};
@@ -86,8 +88,22 @@ struct Utf8Masks {
     std::uint64_t leads;       ///< of two bytes and more
     std::uint64_t leads3;      ///< of three and more
     std::uint64_t leads4;      ///< of four and more
-    std::uint64_t badSeconds;  ///< doubtful when the byte before is a lead; means nothing elsewhere
+    std::uint64_t badSeconds;  ///< may be bad when the byte before is a lead; means nothing elsewhere
 };
+
+/// True when one of the marked second bytes is bad indeed. Few texts have any mark.
+///
+/// In       `block`: where bit 0 lies; `end`: the end of the text.
+inline bool any_is_bad(std::uint64_t seconds, const impl::Utf8Byte* block, const impl::Utf8Byte* end) noexcept {
+    for (; seconds != 0; seconds &= seconds - 1) {
+        const impl::Utf8Byte* const second = block + std::countr_zero(seconds);
+        const unsigned third = second + 1 < end ? second[1] : 0;
+        if (second[-1] != 0xEF || (second[0] == 0xBB ? third == 0xBF : third >= 0xBE)) {
+            return true;
+        }
+    }
+    return false;
+}
 
 /// In       `previous`: the byte before each byte.
 NQCORE_AVX512_INLINE Utf8Masks classify(__m512i bytes, __m512i previous) noexcept {

@@ -47,9 +47,8 @@ NQCORE_AVX512_INLINE Block read_block(const Utf8Byte* in, std::size_t left) noex
         block.keep = low_bits(block.size);
     }
     // What is due at the first position that does not count is missing too.
-    const std::uint64_t wrong = ((due ^ masks.continuations) & (block.keep | block.keep << 1)) |
-                                (masks.badSeconds & seconds & block.keep);
-    if (wrong != 0) {
+    const std::uint64_t faults = (due ^ masks.continuations) & (block.keep | block.keep << 1);
+    if (faults != 0 || any_is_bad(masks.badSeconds & seconds & block.keep, in, in + left)) {
         block.size = 0;
     }
     block.ends = ~(block.continuations >> 1) & block.keep;

@@ -31,14 +31,16 @@ std::size_t good_prefix_avx2(const Utf8Byte* text, std::size_t length) noexcept;
 std::size_t good_prefix_ssse3(const Utf8Byte* text, std::size_t length) noexcept;
 std::size_t good_prefix_scalar(const Utf8Byte* text, std::size_t length) noexcept;
 
-/// The end of the last character that is complete at `end`, given that the structure before `end` is sound.
+/// The end of the last character that is complete at `end`, when every pair of neighbouring bytes before `end` is good.
+/// A lead that is the last byte has not been judged yet, so it may be one that begins nothing.
 ///
 /// In       [`start`, `end`): `start` begins a character.
 inline const Utf8Byte* last_boundary(const Utf8Byte* start, const Utf8Byte* end) noexcept {
     for (std::ptrdiff_t back = 1; back <= 3 && back <= end - start; ++back) {
         const Utf8Byte byte = end[-back];
         if (!impl::is_continuation(byte)) {
-            return static_cast<std::ptrdiff_t>(impl::sequence_length(byte)) > back ? end - back : end;
+            const std::ptrdiff_t length = impl::sequence_length(byte);
+            return length == 0 || length > back ? end - back : end;
         }
     }
     return end;

@@ -8,8 +8,9 @@
 namespace nqcore::kernels {
 namespace {
 
-NQCORE_AVX512_INLINE __m512i all16(unsigned unit) noexcept { return _mm512_set1_epi16(static_cast<short>(unit)); }
-NQCORE_AVX512_INLINE __m512i all32(unsigned unit) noexcept { return _mm512_set1_epi32(static_cast<int>(unit)); }
+NQCORE_AVX512_INLINE __m512i all16(unsigned unit) noexcept { __m512i v= _mm512_set1_epi16(static_cast<short>(unit)); return v;}
+template<unsigned unit> struct K32 { alignas(64) static inline unsigned v[16]={unit,unit,unit,unit,unit,unit,unit,unit,unit,unit,unit,unit,unit,unit,unit,unit}; };
+#define all32(u) _mm512_load_si512(K32<(u)>::v)
 
 /// What the bits of a unit are put on: the fixed bits of its bytes, first byte lowest. 0xFF, which no UTF-8 holds, marks
 /// a byte that is left out.
@@ -199,7 +200,7 @@ NQCORE_AVX512 void utf16_to_utf8_avx512(Conversion<Utf16Unit, Utf8Byte>& work) n
         if (block.size == 0 || block.bytes > work.room()) {
             break;
         }
-        const __m512i units = (block.highs | block.lows) != 0 ? split_pairs(block) : block.units;
+        const __m512i units = split_pairs(block);
         Utf8Byte* out = work.out;
         out += write_half(_mm512_castsi512_si256(units), block, 0, out);
         if (block.size > 16) {

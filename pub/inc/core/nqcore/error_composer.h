@@ -157,10 +157,9 @@ private:
     char m_digits[20];
 };
 
-/// The composer for a literal message and literal names, both kept by reference.
-[[nodiscard]] NQCORE_API NQCORE_COLD ErrorComposer compose_error(std::string_view message,
-                                                                 const std::string_view* names, const ParamText* values,
-                                                                 unsigned count);
+/// The composer for a literal message and literal names, sorted and unique; all kept by reference.
+[[nodiscard]] NQCORE_API ErrorComposer compose_error(std::string_view message, const std::string_view* names,
+                                                     const std::string_view* values, unsigned count);
 
 /// True when the placeholders of `message` and the `count` names are the same set.
 constexpr bool placeholders_match(std::string_view message, const std::string_view* names, unsigned count) noexcept {
@@ -188,7 +187,7 @@ constexpr bool placeholders_match(std::string_view message, const std::string_vi
 
 /// A literal message and the names of its `Count` parameters (at most 64).
 ///
-/// Compiling fails when a placeholder has no name or a name no placeholder.
+/// Compiling fails when a name is given twice, a placeholder has no name, or a name no placeholder.
 template <unsigned Count>
 class ErrorTemplate {
 public:
@@ -213,7 +212,11 @@ public:
             return impl::compose_error(m_message, nullptr, nullptr, 0);
         } else {
             const impl::ParamText texts[] = {impl::ParamText(values)...};
-            return impl::compose_error(m_message, m_names, texts, Count);
+            std::string_view sorted[Count];
+            for (unsigned i = 0; i < Count; ++i) {
+                sorted[i] = texts[m_argument[i]].text();
+            }
+            return impl::compose_error(m_message, m_names, sorted, Count);
         }
     }
 
@@ -222,12 +225,32 @@ public:
 private:
     template <class... Names>
     consteval ErrorTemplate(std::true_type, const char* message, Names... names)
-        : m_message(message), m_names{names...} {
+        : m_message(message), m_names{names...}, m_argument() {
         static_assert(sizeof...(Names) == Count && Count <= 64);
+        for (unsigned i = 0; i < Count; ++i) {
+            m_argument[i] = static_cast<unsigned char>(i);
+            for (unsigned j = i; j > 0 && m_names[j] <= m_names[j - 1]; --j) {
+                if (m_names[j] == m_names[j - 1]) {
+                    throw "a parameter name is given twice";
+                }
+                swap_at(m_names, j);
+                swap_at(m_argument, j);
+            }
+        }
     }
 
+    template <class T>
+    static consteval void swap_at(T* items, unsigned index) {
+        const T item = items[index];
+        items[index] = items[index - 1];
+        items[index - 1] = item;
+    }
+
+    static constexpr unsigned s_slots = Count == 0 ? 1 : Count;
+
     std::string_view m_message;
-    std::string_view m_names[Count == 0 ? 1 : Count];
+    std::string_view m_names[s_slots];  // sorted
+    unsigned char m_argument[s_slots];  // of `compose`, for each name
 };
 
 template <class... Names>

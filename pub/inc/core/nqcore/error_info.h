@@ -138,6 +138,7 @@ public:
 protected:
     ErrorInfo(const ErrorCode& code, const SourceString& message, ErrorParams&& params, const SourceLocation& location,
               Ptr&& nested) noexcept;
+    void destroy() override;
     ~ErrorInfo() override;
 
 private:

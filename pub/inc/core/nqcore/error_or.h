@@ -65,11 +65,15 @@ public:
             ::new (static_cast<void*>(&m_value)) T(static_cast<T&&>(other.m_value));
         }
     }
-    ~ErrorOr() { destroy_value(); }
+    ~ErrorOr() {
+        if (m_hasValue) {
+            m_value.~T();
+        }
+    }
     ErrorOr& operator=(ErrorOr other) noexcept
         requires(std::is_nothrow_move_constructible_v<T>)
     {
-        destroy_value();
+        this->~ErrorOr();
         return *::new (static_cast<void*>(this)) ErrorOr(static_cast<ErrorOr&&>(other));
     }
 
@@ -115,11 +119,6 @@ private:
     void check() const {
         if (!m_hasValue) [[unlikely]] {
             ErrorException::throw_error(m_error);
-        }
-    }
-    void destroy_value() noexcept {
-        if (m_hasValue) {
-            m_value.~T();
         }
     }
 

@@ -17,8 +17,10 @@
 
 namespace nqcore {
 
+class ErrorInfo;
+
 namespace impl {
-struct ErrorParamBlock;
+class ErrorParamBlock;
 }
 
 /// An ordered map from name to text. Names are unique and ordered byte by byte; values are any bytes, by convention
@@ -34,6 +36,9 @@ public:
     ErrorParams(const ErrorParams& other);
     ErrorParams(ErrorParams&& other) noexcept : m_block(other.m_block) { other.m_block = nullptr; }
     ErrorParams(TransferSource<ErrorParams> source) noexcept : ErrorParams(source.take()) {}
+    /// A set of `count` names, sorted, unique and kept by reference as by `add_literal_name`, with their values.
+    [[nodiscard]] static ErrorParams from_literals(const std::string_view* names, const std::string_view* values,
+                                                   unsigned count);
     ~ErrorParams() {
         if (m_block != nullptr) {
             destroy_block();
@@ -122,6 +127,8 @@ public:
                                                            unsigned limit) const;
 
 private:
+    friend class ErrorInfo;
+
     std::string& insert_ref(const SourceString& name);
     std::string& insert_ref(const char* name, unsigned length);
     ErrorParams& add_signed(std::string_view name, long long value);

@@ -1,0 +1,368 @@
+// The string converters.
+#include "nqcore/error_exception.h"
+#include "nqcore/ucsutil.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <random>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace {
+
+using nqcore::ErrorException;
+using nqcore::ErrorInfo;
+using namespace std::string_literals;
+
+constexpr char s_invalidUtf8[] = "Invalid UTF-8 character encountered";
+constexpr char s_noUtf16Form[] = "Encountered UTF-8 (UCS-4) character that cannot be represented in UTF-16";
+constexpr char s_invalidUtf16[] = "Encountered invalid UTF-16 character that cannot be converted to UTF-8";
+constexpr char s_invalidUcs4[] = "Encountered invalid UCS-4 character that cannot be converted to UTF-8";
+
+/// What a conversion gives: the units, or how it fails.
+template <class Unit>
+struct Converted {
+    std::basic_string<Unit> units;
+    int firstInvalid = 12345;
+    int error = 0;  ///< `errno` after a result of 0
+    ErrorInfo::Ptr thrown;
+};
+
+/// Measures, converts into exactly that room and compares the two passes.
+template <class Out, class In, class Converter>
+Converted<Out> convert(Converter converter, std::basic_string_view<In> source, Out replacement) {
+    Converted<Out> answer;
+    const unsigned length = static_cast<unsigned>(source.size());
+    try {
+        int measuredFirst = 12345;
+        const unsigned measured =
+            converter(source.data(), length, static_cast<Out*>(nullptr), 0, replacement, &measuredFirst);
+        answer.units.resize(measured);
+        errno = 0;
+        const unsigned written =
+            converter(source.data(), length, answer.units.data(), measured, replacement, &answer.firstInvalid);
+        EXPECT_EQ(written, measured);
+        EXPECT_EQ(answer.firstInvalid, measuredFirst);
+        EXPECT_EQ(errno, 0);
+    } catch (const ErrorException& exception) {
+        answer.thrown = exception.error();
+    }
+    return answer;
+}
+
+// Overload sets as functions.
+constexpr auto s_utf8ToUtf16 = [](auto... arguments) { return nqcore::utf8_to_utf16(arguments...); };
+constexpr auto s_utf8ToUcs4 = [](auto... arguments) { return nqcore::utf8_to_ucs4(arguments...); };
+constexpr auto s_utf8ToWide = [](auto... arguments) { return nqcore::utf8_to_wstr(arguments...); };
+constexpr auto s_utf16ToUtf8 = [](auto... arguments) { return nqcore::utf16_to_utf8(arguments...); };
+constexpr auto s_ucs4ToUtf8 = [](auto... arguments) { return nqcore::ucs4_to_utf8(arguments...); };
+
+void expect_error(const ErrorInfo::Ptr& error, std::string_view message, std::string_view function) {
+    ASSERT_FALSE(error.is_null());
+    EXPECT_EQ(error->code().value().view(), "error.nqcore.string.conversion");
+    EXPECT_EQ(error->message().view(), message);
+    EXPECT_EQ(error->location().function().view(), function);
+    EXPECT_TRUE(error->location().file_path().ends_with("/ucsutil.cpp"));
+}
+
+// ------------------------------------------------------------------------------------------------------- from UTF-8
+
+/// A bad place in UTF-8: the units with '?' for each bad character, and how it is raised without a replacement.
+struct FromUtf8Case {
+    const char* name;
+    std::string source;
+    std::u16string units;      ///< UTF-16
+    std::u32string codePoints;
+    int firstInvalid16;
+    int firstInvalid32;
+    const char* cause;         ///< message of the cause; null: none
+    const char* message16;     ///< null: does not fail
+    const char* message32;
+};
+
+const FromUtf8Case s_fromUtf8[] = {
+    {"plain", "a\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80", u"a\u00E9\u20AC\U0001F600", U"a\u00E9\u20AC\U0001F600", -1, -1,
+     nullptr, nullptr, nullptr},
+    {"nul_inside", "a\0b"s, u"a\0b"s, U"a\0b"s, -1, -1, nullptr, nullptr, nullptr},
+    // One unit for a bad sequence, not one for each byte.
+    {"overlong", "A\xC0\x80"
+                 "B",
+     u"A?B", U"A?B", 1, 1, "String contains overlong UTF-8 sequence", s_invalidUtf8, s_invalidUtf8},
+    {"partial", "x\xE2\x82", u"x?", U"x?", 1, 1, "String ends in a partial UTF-8 sequence", s_invalidUtf8,
+     s_invalidUtf8},
+    // Unlike repair, conversion resumes at a byte that could begin a character.
+    {"partial_with_ascii", "x\xE2\x41", u"x?A", U"x?A", 1, 1, "String ends in a partial UTF-8 sequence",
+     s_invalidUtf8, s_invalidUtf8},
+    {"only_the_first_is_told", "\xFF-\xFF-\xFE", u"?-?-?", U"?-?-?", 0, 0, "Invalid first byte of UTF-8 sequence",
+     s_invalidUtf8, s_invalidUtf8},
+    {"surrogate", "\xED\xA0\x80.", u"?.", U"?.", 0, 0,
+     "UTF-8 string must not contain UTF-16 surrogates (U+D800...U+DFFF)", s_invalidUtf8, s_invalidUtf8},
+    {"continuations_go_along", "\xEF\xBB\xBF\x80\x80.", u"?.", U"?.", 0, 0,
+     "UTF-8 string must not contain U+FEFF (BOM) character", s_invalidUtf8, s_invalidUtf8},
+    // Refused as characters, though the validator lets them pass and so has no cause to give...
+    {"fffe", "a\xEF\xBF\xBE.", u"a?.", U"a?.", 1, 1, nullptr, s_invalidUtf8, s_invalidUtf8},
+    {"ffff", "a\xEF\xBF\xBF.", u"a?.", U"a?.", 1, 1, nullptr, s_invalidUtf8, s_invalidUtf8},
+    // ... unless the rest of the text has one.
+    {"ffff_before_a_fault", "a\xEF\xBF\xBF.\xFF", u"a?.?", U"a?.?", 1, 1, "Invalid first byte of UTF-8 sequence",
+     s_invalidUtf8, s_invalidUtf8},
+    // Good UTF-8 without a UTF-16 form: the sequence is skipped as a whole, and no further.
+    {"110000", "a\xF4\x90\x80\x80.", u"a?.", U"a\x110000.", 1, -1, nullptr, s_noUtf16Form, nullptr},
+    {"six_bytes", "\xFD\xBF\xBF\xBF\xBF\xBF.", u"?.", U"\x7FFFFFFF.", 0, -1, nullptr, s_noUtf16Form, nullptr},
+    {"110000_then_continuation", "\xF4\x90\x80\x80\x80.", u"??.", U"\x110000?.", 0, 4, nullptr, s_noUtf16Form,
+     s_invalidUtf8},
+};
+
+class FromUtf8 : public testing::TestWithParam<FromUtf8Case> {};
+
+TEST_P(FromUtf8, BecomesUtf16OrIsRefused) {
+    const FromUtf8Case& row = GetParam();
+    const Converted<char16_t> replaced = convert<char16_t>(s_utf8ToUtf16, std::string_view(row.source), u'?');
+    EXPECT_EQ(replaced.units, row.units);
+    EXPECT_EQ(replaced.firstInvalid, row.firstInvalid16);
+    const Converted<char16_t> strict = convert<char16_t>(s_utf8ToUtf16, std::string_view(row.source), u'\0');
+    if (row.message16 == nullptr) {
+        EXPECT_TRUE(strict.thrown.is_null());
+        EXPECT_EQ(strict.units, row.units);
+        return;
+    }
+    expect_error(strict.thrown, row.message16, "nqcore::utf8_to_utf16()");
+    const ErrorInfo::Ptr& cause = strict.thrown->nested();
+    ASSERT_EQ(cause.is_null(), row.cause == nullptr);
+    if (row.cause != nullptr) {
+        EXPECT_EQ(cause->message().view(), row.cause);
+        EXPECT_EQ(cause->location().function().view(), "nqcore::check_valid_utf8()");
+    }
+}
+
+TEST_P(FromUtf8, BecomesUcs4OrIsRefused) {
+    const FromUtf8Case& row = GetParam();
+    const Converted<char32_t> replaced = convert<char32_t>(s_utf8ToUcs4, std::string_view(row.source), U'?');
+    EXPECT_EQ(replaced.units, row.codePoints);
+    EXPECT_EQ(replaced.firstInvalid, row.firstInvalid32);
+    const Converted<char32_t> strict = convert<char32_t>(s_utf8ToUcs4, std::string_view(row.source), U'\0');
+    if (row.message32 == nullptr) {
+        EXPECT_EQ(strict.units, row.codePoints);
+    } else {
+        expect_error(strict.thrown, row.message32, "nqcore::utf8_to_ucs4()");
+    }
+}
+
+// Wide text is UTF-16 or UCS-4, by the width of wchar_t, and its failures name the function that was called.
+TEST_P(FromUtf8, BecomesWideText) {
+    const FromUtf8Case& row = GetParam();
+    const bool isUtf16 = sizeof(wchar_t) == 2;
+    const Converted<wchar_t> replaced = convert<wchar_t>(s_utf8ToWide, std::string_view(row.source), L'?');
+    EXPECT_EQ(replaced.units, isUtf16 ? std::wstring(row.units.begin(), row.units.end())
+                                      : std::wstring(row.codePoints.begin(), row.codePoints.end()));
+    EXPECT_EQ(replaced.firstInvalid, isUtf16 ? row.firstInvalid16 : row.firstInvalid32);
+    const char* const message = isUtf16 ? row.message16 : row.message32;
+    if (message != nullptr) {
+        expect_error(convert<wchar_t>(s_utf8ToWide, std::string_view(row.source), L'\0').thrown, message,
+                     "nqcore::utf8_to_wstr()");
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, FromUtf8, testing::ValuesIn(s_fromUtf8),
+                         [](const testing::TestParamInfo<FromUtf8Case>& row) { return row.param.name; });
+
+// --------------------------------------------------------------------------------------------------------- to UTF-8
+
+struct FromUtf16Case {
+    const char* name;
+    std::u16string source;
+    std::string bytes;  ///< with '?' for each bad character
+    int firstInvalid;
+};
+
+const FromUtf16Case s_fromUtf16[] = {
+    {"plain", u"a\u00E9\u20AC\U0001F600", "a\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80", -1},
+    {"low_alone", u"a\xDC00z", "a?z", 1},
+    // A high surrogate takes the next unit along, whatever it is...
+    {"high_before_ascii", u"a\xD800zy", "a?y", 1},
+    {"high_before_pair", u"\xD800\xD83D\xDE00.", "??.", 0},
+    // ... if there is one.
+    {"high_at_the_end", u"a\xD800", "a?", 1},
+    {"boms", u"\xFEFF\xFFFE\xFFFF\xFFFD", "???\xEF\xBF\xBD", 0},
+};
+
+TEST(FromUtf16, BecomesUtf8OrIsRefused) {
+    for (const FromUtf16Case& row : s_fromUtf16) {
+        SCOPED_TRACE(row.name);
+        const std::u16string_view source = row.source;
+        const Converted<char> replaced = convert<char>(s_utf16ToUtf8, source, '?');
+        EXPECT_EQ(replaced.units, row.bytes);
+        EXPECT_EQ(replaced.firstInvalid, row.firstInvalid);
+        if (row.firstInvalid == -1) {
+            continue;
+        }
+        // The two passes say it differently.
+        const unsigned length = static_cast<unsigned>(source.size());
+        char room[40];
+        int first = 12345;
+        try {
+            nqcore::utf16_to_utf8(source.data(), length, nullptr, 0, 0, &first);
+            ADD_FAILURE() << "measured";
+        } catch (const ErrorException& exception) {
+            expect_error(exception.error(), s_invalidUtf16, "nqcore::utf16_to_utf8()");
+            EXPECT_TRUE(exception.error()->nested().is_null());
+        }
+        EXPECT_EQ(first, row.firstInvalid);
+        try {
+            nqcore::utf16_to_utf8(source.data(), length, room, sizeof room, 0, &first);
+            ADD_FAILURE() << "written";
+        } catch (const ErrorException& exception) {
+            expect_error(exception.error(), s_invalidUcs4, "nqcore::utf16_to_utf8()");
+        }
+        // What has been written stays.
+        EXPECT_EQ(std::string_view(room, static_cast<std::size_t>(row.firstInvalid)),
+                  row.bytes.substr(0, static_cast<std::size_t>(row.firstInvalid)));
+    }
+}
+
+TEST(FromUcs4, BecomesUtf8OrIsRefused) {
+    const std::u32string_view good = U"a\u00E9\u20AC\U0001F600\x110000\x7FFFFFFF";
+    EXPECT_EQ(convert<char>(s_ucs4ToUtf8, good, '?').units,
+              "a\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80\xF4\x90\x80\x80\xFD\xBF\xBF\xBF\xBF\xBF");
+    for (const char32_t bad : {0xD800u, 0xDFFFu, 0xFEFFu, 0xFFFEu, 0xFFFFu}) {
+        const std::u32string source{U'a', bad, U'z'};
+        const Converted<char> replaced = convert<char>(s_ucs4ToUtf8, std::u32string_view(source), '?');
+        EXPECT_EQ(replaced.units, "a?z");
+        EXPECT_EQ(replaced.firstInvalid, 1);
+        expect_error(convert<char>(s_ucs4ToUtf8, std::u32string_view(source), '\0').thrown, s_invalidUcs4,
+                     "nqcore::ucs4_to_utf8()");
+    }
+}
+
+// Measuring counts six bytes for what writing refuses.
+TEST(FromUcs4, IsMeasuredBeyond7FFFFFFF) {
+    const unsigned source[] = {'a', 0x80000000u, 0xFFFFFFFFu};
+    int first = 12345;
+    EXPECT_EQ(nqcore::ucs4_to_utf8(source, 3, nullptr, 0, 0, &first), 13u);
+    EXPECT_EQ(first, -1);
+    char room[13];
+    EXPECT_THROW(nqcore::ucs4_to_utf8(source, 3, room, 13, 0, &first), ErrorException);
+    EXPECT_EQ(first, 1);
+    EXPECT_EQ(nqcore::ucs4_to_utf8(source, 3, room, 13, '?', &first), 3u);
+}
+
+TEST(WideText, BecomesUtf8ThroughTheConverterOfItsWidth) {
+    const std::wstring_view good = L"a\u00E9\U0001F600";
+    char room[20];
+    const unsigned written =
+        nqcore::wstr_to_utf8(good.data(), static_cast<unsigned>(good.size()), room, sizeof room, 0, nullptr);
+    EXPECT_EQ(std::string_view(room, written), "a\xC3\xA9\xF0\x9F\x98\x80");
+    const wchar_t bad[] = {L'a', static_cast<wchar_t>(0xDC00)};
+    try {
+        nqcore::wstr_to_utf8(bad, 2, room, sizeof room, 0, nullptr);
+        ADD_FAILURE();
+    } catch (const ErrorException& exception) {
+        expect_error(exception.error(), s_invalidUcs4,
+                     sizeof(wchar_t) == 2 ? "nqcore::utf16_to_utf8()" : "nqcore::ucs4_to_utf8()");
+    }
+}
+
+// ----------------------------------------------------------------------------------------------------- common rules
+
+TEST(Conversion, OfATerminatedTextIncludesTheTerminator) {
+    unsigned short units[4] = {9, 9, 9, 9};
+    EXPECT_EQ(nqcore::utf8_to_utf16("abc", 0xFFFFFFFF, nullptr, 0, 0, nullptr), 4u);
+    EXPECT_EQ(nqcore::utf8_to_utf16("abc", 0xFFFFFFFF, units, 4, 0, nullptr), 4u);
+    EXPECT_EQ(units[3], 0);
+    char bytes[4] = {9, 9, 9, 9};
+    EXPECT_EQ(nqcore::utf16_to_utf8(units, 0xFFFFFFFF, bytes, 4, 0, nullptr), 4u);
+    EXPECT_EQ(std::string_view(bytes, 4), "abc\0"s);
+    const unsigned codePoints[] = {'a', 0};
+    EXPECT_EQ(nqcore::ucs4_to_utf8(codePoints, 0xFFFFFFFF, bytes, 4, 0, nullptr), 2u);
+    EXPECT_EQ(nqcore::wstr_to_utf8(L"", 0xFFFFFFFF, bytes, 4, 0, nullptr), 1u);
+}
+
+TEST(Conversion, OfNothingIsNothing) {
+    errno = 0;
+    int first = 12345;
+    EXPECT_EQ(nqcore::utf8_to_utf16(nullptr, 0, nullptr, 0, 0, &first), 0u);
+    EXPECT_EQ(first, -1);
+    unsigned codePoint = 0;
+    EXPECT_EQ(nqcore::utf8_to_ucs4("", 0, &codePoint, 0, 0, &first), 0u);
+    EXPECT_EQ(nqcore::utf16_to_utf8(nullptr, 0, nullptr, 0, 0, nullptr), 0u);
+    EXPECT_EQ(nqcore::ucs4_to_utf8(nullptr, 0, nullptr, 0, 0, nullptr), 0u);
+    EXPECT_EQ(errno, 0);
+}
+
+// Every capacity below the need, over a text long enough for the kernels: the result is 0, and exactly the characters
+// that fit have been written, with half of a pair or of a two-byte character where only half fits.
+TEST(Conversion, StopsAtAFullDestination) {
+    std::u32string text;
+    for (unsigned i = 0; i < 40; ++i) {
+        text += U"ab\u00E9\u20AC\U0001F600";
+    }
+    std::string utf8(10 * text.size(), '\0');
+    utf8.resize(nqcore::ucs4_to_utf8(text.data(), static_cast<unsigned>(text.size()), utf8.data(),
+                                     static_cast<unsigned>(utf8.size()), 0, nullptr));
+    std::u16string utf16(utf8.size(), u'\0');
+    const unsigned utf8Size = static_cast<unsigned>(utf8.size());
+    utf16.resize(nqcore::utf8_to_utf16(utf8.data(), utf8Size, utf16.data(), utf8Size, 0, nullptr));
+    for (unsigned capacity = 0; capacity < utf16.size(); ++capacity) {
+        std::vector<char16_t> room(capacity + 1, u'#');
+        errno = 0;
+        ASSERT_EQ(nqcore::utf8_to_utf16(utf8.data(), utf8Size, room.data(), capacity, 0, nullptr), 0u);
+        ASSERT_EQ(errno, ENOMEM);
+        ASSERT_EQ(room.back(), u'#');
+        ASSERT_TRUE(std::equal(room.begin(), room.end() - 1, utf16.begin())) << capacity;
+    }
+    for (unsigned capacity = 0; capacity < utf8.size(); ++capacity) {
+        std::vector<char> room(capacity + 1, '#');
+        errno = 0;
+        ASSERT_EQ(nqcore::utf16_to_utf8(utf16.data(), static_cast<unsigned>(utf16.size()), room.data(), capacity, 0,
+                                        nullptr),
+                  0u);
+        ASSERT_EQ(errno, ENOMEM);
+        const std::size_t written = static_cast<std::size_t>(std::find(room.begin(), room.end(), '#') - room.begin());
+        ASSERT_TRUE(std::equal(room.begin(), room.begin() + static_cast<std::ptrdiff_t>(written), utf8.begin()));
+        ASSERT_LE(capacity - written, 3u);
+    }
+    for (unsigned capacity = 0; capacity < text.size(); ++capacity) {
+        std::vector<char32_t> room(capacity + 1, U'#');
+        errno = 0;
+        ASSERT_EQ(nqcore::utf8_to_ucs4(utf8.data(), utf8Size, room.data(), capacity, 0, nullptr), 0u);
+        ASSERT_EQ(errno, EINVAL);  // not ENOMEM, for this one
+        ASSERT_TRUE(std::equal(room.begin(), room.end() - 1, text.begin()));
+    }
+}
+
+// A full destination is noticed before an invalid character by UTF-8 to UCS-4, and after it by the others.
+TEST(Conversion, MeetsAnInvalidCharacterAtAFullDestination) {
+    const char source[] = "a\xFF";
+    int first = 12345;
+    unsigned codePoint = 0;
+    errno = 0;
+    EXPECT_EQ(nqcore::utf8_to_ucs4(source, 2, &codePoint, 1, 0, &first), 0u);
+    EXPECT_EQ(errno, EINVAL);
+    EXPECT_EQ(first, -1);
+    unsigned short units[2] = {0, 77};
+    EXPECT_THROW(nqcore::utf8_to_utf16(source, 2, units, 1, 0, &first), ErrorException);
+    EXPECT_EQ(first, 1);
+    errno = 0;
+    EXPECT_EQ(nqcore::utf8_to_utf16(source, 2, units, 1, '?', &first), 0u);
+    EXPECT_EQ(errno, ENOMEM);
+    EXPECT_EQ(units[1], 77);
+}
+
+TEST(Conversion, GoesRoundWithEveryCharacter) {
+    std::u32string text;
+    for (char32_t codePoint = 0; codePoint <= 0x10FFFF; codePoint += codePoint < 0x3000 ? 1 : 97) {
+        if (nqcore::ucs4_char_to_utf16(codePoint, nullptr, nullptr) != 0) {
+            text.push_back(codePoint);
+        }
+    }
+    std::shuffle(text.begin(), text.end(), std::mt19937(4711));
+    const std::string utf8 = convert<char>(s_ucs4ToUtf8, std::u32string_view(text), '\0').units;
+    EXPECT_TRUE(nqcore::is_valid_utf8(utf8));
+    const std::u16string utf16 = convert<char16_t>(s_utf8ToUtf16, std::string_view(utf8), u'\0').units;
+    EXPECT_EQ(convert<char>(s_utf16ToUtf8, std::u16string_view(utf16), '\0').units, utf8);
+    EXPECT_EQ(convert<char32_t>(s_utf8ToUcs4, std::string_view(utf8), U'\0').units, text);
+}
+
+}  // namespace
