@@ -192,7 +192,7 @@ const FileCase s_fileCases[] = {
       {"scrub", "--json", s_inputName},
       0,
       "?\n2026-13-01 00:00:00\n",
-      "\"firstUnreadable\":{\"input\":\"'nq_tool_test.in'\",\"offset\":2,\"line\":2,\"error\":{\"code\":"
+      "\"firstUnreadable\":{\"input\":\"nq_tool_test.in\",\"offset\":2,\"line\":2,\"error\":{\"code\":"
       "\"error.nqcore.absoluteTime.invalidUtcString\""}},
 };
 
