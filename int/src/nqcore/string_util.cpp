@@ -1,6 +1,7 @@
 #include "nqcore/string_util.h"
 
 #include "kernels/ascii_fold.h"
+#include "kernels/ascii_fold_sse2.h"
 
 #include <algorithm>
 #include <limits>
@@ -9,8 +10,13 @@
 namespace nqcore {
 namespace {
 
-// Up to here the plain row is as fast as choosing a better one.
+// Up to here nothing is gained by choosing a kernel.
 constexpr std::size_t s_shortText = 64;
+
+// Apart, so that short texts need no stack frame.
+[[gnu::noinline]] bool equal_long(const char* a, const char* b, std::size_t length) noexcept {
+    return kernels::ascii_fold_kernel().equal_nocase(a, b, length);
+}
 
 int clamped_difference(std::size_t a, std::size_t b) noexcept {
     constexpr std::size_t most = std::numeric_limits<int>::max();
@@ -41,8 +47,7 @@ std::uint32_t hash_folded(std::string_view text) noexcept {
 namespace impl {
 
 bool equal_nocase_ascii(const char* a, const char* b, std::size_t length) noexcept {
-    return length <= s_shortText ? kernels::equal_nocase_short(a, b, length)
-                                 : kernels::ascii_fold_kernel().equal_nocase(a, b, length);
+    return length <= s_shortText ? kernels::equal_nocase_short(a, b, length) : equal_long(a, b, length);
 }
 
 }  // namespace impl

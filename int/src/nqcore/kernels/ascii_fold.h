@@ -6,6 +6,9 @@
 
 namespace nqcore::kernels {
 
+/// The bit that tells the two alphabets apart.
+constexpr char s_asciiCaseBit = 0x20;
+
 /// 'a' to 'z' for 'A' to 'Z'; every other byte as it is.
 [[nodiscard]] constexpr char lower_ascii(char c) noexcept {
     return static_cast<char>(c + (static_cast<unsigned char>(c - 'A') < 26 ? 'a' - 'A' : 0));
@@ -28,8 +31,5 @@ struct AsciiFoldKernel {
 
 /// The row for this processor; chosen on first use.
 [[nodiscard]] const AsciiFoldKernel& ascii_fold_kernel() noexcept;
-
-/// The work of the "sse2" row, which every supported processor has: for texts so short that choosing costs more.
-[[nodiscard]] bool equal_nocase_short(const char* a, const char* b, std::size_t length) noexcept;
 
 }  // namespace nqcore::kernels

@@ -1,9 +1,9 @@
 #include "kernels/card_digits.h"
 
 #include "kernels/cpu_probe.h"
+#include "kernels/intrinsics.h"
 #include "kernels/kernel_choice.h"
 
-#include <immintrin.h>
 #include <bit>
 #include <cstdint>
 #include <cstring>

@@ -1,0 +1,311 @@
+#include "nqcore/string_to.h"
+
+#include "nqcore/testing/error_matchers.h"
+
+#include <gtest/gtest.h>
+#include <bit>
+#include <charconv>
+#include <clocale>
+#include <cmath>
+#include <cstdint>
+#include <cstdlib>
+#include <limits>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace nqcore {
+namespace {
+
+using namespace std::string_view_literals;
+using Error = RefCountPtr<const ErrorInfo>;
+
+constexpr double s_infinity = std::numeric_limits<double>::infinity();
+
+std::uint64_t bits_of(double value) { return std::bit_cast<std::uint64_t>(value); }
+
+struct DoubleCase {
+    std::string_view text;
+    double value;
+};
+
+const DoubleCase s_numbers[] = {
+    {"", 0.0},  // deliberately
+    {"0", 0.0},
+    {"-0", -0.0},
+    {"1.5", 1.5},
+    {"+.5", 0.5},
+    {"5.", 5.0},
+    {"1e3", 1000.0},
+    {"1E+3", 1000.0},
+    {"1e-3", 0.001},
+    {"00012.500", 12.5},
+    {" \t\n\v\f\r1", 1.0},
+    {"9007199254740993", 9007199254740992.0},  // halfway: to even
+    {"9007199254740993.00000000001", 9007199254740994.0},
+    {"0.30000000000000004", 0.30000000000000004},
+    {"1e22", 1e22},
+    {"1e23", 1e23},
+    {"1e-22", 1e-22},
+    {"179769313486231570e291", 1.7976931348623157e308},
+    {"1e309", s_infinity},
+    {"-1e99999999999999999999", -s_infinity},
+    {"1e-400", 0.0},
+    {"-1e-99999999999999999999", -0.0},
+    {"0e99999999999999999999", 0.0},
+    {"0.000e-99999999999999999999", 0.0},
+    {"4.9406564584124654e-324", 4.9406564584124654e-324},
+    {"2.4703282292062327e-324", 0.0},                      // below half the smallest
+    {"2.4703282292062328e-324", 4.9406564584124654e-324},  // above it
+    {"0x10", 16.0},
+    {"-0X1.8p+1", -3.0},
+    {"0x.8", 0.5},
+    {"0x1p-1074", 4.9406564584124654e-324},
+    {"0x1.fffffffffffff8p1023", s_infinity},  // rounds up beyond the largest
+    {"0x1.fffffffffffff7p1023", 1.7976931348623157e308},
+    {"0x1p99999999999", s_infinity},
+    {"0x1p-99999999999", 0.0},
+    {"inf", s_infinity},
+    {"-INFINITY", -s_infinity},
+    {"+Inf", s_infinity},
+};
+
+TEST(StringToDouble, ReadsWhatStrtodReads) {
+    for (const DoubleCase& row : s_numbers) {
+        SCOPED_TRACE(testing::PrintToString(row.text));
+        EXPECT_EQ(bits_of(string_to<double>(row.text)), bits_of(row.value));
+        EXPECT_EQ(bits_of(string_to<double>(std::wstring(row.text.begin(), row.text.end()))), bits_of(row.value));
+    }
+    for (const std::string_view text : {"nan", "NaN", "-nan", "nan()", "nan(1a_Z)"}) {
+        EXPECT_TRUE(std::isnan(string_to<double>(text))) << text;
+        EXPECT_EQ(std::signbit(string_to<double>(text)), text[0] == '-') << text;
+        EXPECT_TRUE(std::isnan(string_to<float>(text))) << text;
+    }
+}
+
+TEST(StringToDouble, RefusesTheRest) {
+    for (const std::string_view text : {" "sv,
+                                        "."sv,
+                                        "-"sv,
+                                        "+-1"sv,
+                                        "--1"sv,
+                                        "1.5x"sv,
+                                        "1.5 "sv,
+                                        "1,5"sv,
+                                        "1e"sv,
+                                        "1e+"sv,
+                                        "e5"sv,
+                                        ".e5"sv,
+                                        "0x"sv,
+                                        "0x."sv,
+                                        "0x1p"sv,
+                                        "0xg"sv,
+                                        "infi"sv,
+                                        "nan("sv,
+                                        "nan(-)"sv,
+                                        "nan)"sv,
+                                        "1\0"sv,
+                                        "\0"sv,
+                                        "1\0002"sv,
+                                        "1.2.3"sv,
+                                        "- 1"sv,
+                                        "0b1"sv,
+                                        "1f"sv,
+                                        "\xC2\xA0"
+                                        "1"sv,
+                                        "na"sv}) {
+        SCOPED_TRACE(testing::PrintToString(text));
+        Error error;
+        EXPECT_TRUE(std::isnan(string_to<double>(text, &error)));
+        EXPECT_THAT(
+            error, testing::AllOf(matchers::HasCode("error.nqcore.string.extraction"),
+                                  matchers::HasParam("type", "double"), matchers::HasParam("text", std::string(text))));
+        EXPECT_TRUE(std::isnan(string_to<float>(text, &error)));
+        EXPECT_THAT(error, matchers::HasParam("type", "float"));
+        EXPECT_THAT([&] { (void)string_to<double>(text); },
+                    matchers::ThrowsError(matchers::HasCode("error.nqcore.string.extraction")));
+    }
+    // Digits of other scripts, and a unit whose low byte is a digit.
+    Error error;
+    EXPECT_TRUE(std::isnan(string_to<double>(L"\uFF11", 1, &error)));
+    EXPECT_TRUE(std::isnan(string_to<double>(L"\u0131", 1, &error)));
+    EXPECT_THAT(error, matchers::HasParam("text", "\xC4\xB1"));
+}
+
+TEST(StringToDouble, RefusesTextsOf128Characters) {
+    const std::string longest = "1" + std::string(126, '0');
+    EXPECT_EQ(string_to<double>(longest), 1e126);
+    EXPECT_EQ(string_to<double>(std::string(127, ' ').replace(126, 1, "7")), 7.0);
+    const std::string tooLong = longest + "0";
+    const std::wstring tooLongWide(tooLong.begin(), tooLong.end());
+    Error error;
+    EXPECT_TRUE(std::isnan(string_to<double>(tooLong, &error)));
+    EXPECT_THAT(error, matchers::HasParam("text", tooLong));
+    error.clear();
+    EXPECT_TRUE(std::isnan(string_to<double>(tooLongWide, &error)));
+    EXPECT_THAT(error, matchers::HasParam("text", tooLong));
+}
+
+struct FloatCase {
+    const char* text;
+    float value;
+    bool good;
+};
+
+TEST(StringToFloat, RefusesMagnitudesBeyondTheLargestAndReturnsThemAllTheSame) {
+    constexpr float largest = std::numeric_limits<float>::max();
+    constexpr float infinity = std::numeric_limits<float>::infinity();
+    const FloatCase cases[] = {
+        {"0.1", 0.1f, true},
+        {"3.4028234663852886e38", largest, true},
+        {"-3.4028234663852886e38", -largest, true},
+        {"3.4028234663852889e38", largest, false},  // still nearer to the largest float than to the next power of two
+        {"-1e39", -infinity, false},
+        {"inf", infinity, false},
+        {"1e-60", 0.0f, true},
+    };
+    for (const FloatCase& row : cases) {
+        SCOPED_TRACE(row.text);
+        Error error;
+        EXPECT_EQ(string_to<float>(row.text, &error), row.value);
+        EXPECT_EQ(error.is_null(), row.good);
+        error.clear();
+        const std::string text(row.text);
+        EXPECT_EQ(string_to<float>(std::wstring(text.begin(), text.end()), &error), row.value);
+        EXPECT_EQ(error.is_null(), row.good);
+    }
+}
+
+TEST(StringToDouble, AsksNoLocale) {
+    const std::string before = std::setlocale(LC_NUMERIC, nullptr);
+    for (const char* locale : {"de_DE.UTF-8", "de_DE", "German"}) {
+        std::setlocale(LC_NUMERIC, locale);  // where it is missing the "C" locale stays, which proves less
+    }
+    EXPECT_EQ(string_to<double>("1.5"), 1.5);
+    EXPECT_EQ(string_to<double>("0.1234567890123456789"), 0.1234567890123456789);
+    EXPECT_EQ(string_to<double>("0x1.8"), 1.5);
+    std::setlocale(LC_NUMERIC, before.c_str());
+}
+
+// ------------------------------------------------------------------------------------------------- against strtod
+
+class RandomNumbers {
+public:
+    std::string next() {
+        switch (pick(5)) {
+            case 0:
+                return anything();
+            case 1:
+                return shortest();
+            case 2:
+                return halfway();
+            case 3:
+                return hexadecimal();
+            default:
+                return plain();
+        }
+    }
+
+private:
+    std::uint64_t pick(std::uint64_t below) { return m_random() % below; }
+    std::string digits(std::uint64_t count, std::string_view alphabet = "0123456789") {
+        std::string text;
+        for (; count > 0; --count) {
+            text += alphabet[static_cast<std::size_t>(pick(alphabet.size()))];
+        }
+        return text;
+    }
+    std::string sign() { return pick(4) == 0 ? "-" : ""; }
+
+    // One draw in each statement: the order of evaluation within one is the compiler's, and the sequence must not be.
+
+    // As logs write them.
+    std::string plain() {
+        std::string text = sign();
+        text += digits(1 + pick(9));
+        if (pick(4) != 0) {
+            text += '.';
+            text += digits(1 + pick(8));
+        }
+        return text;
+    }
+    std::string anything() {
+        std::string text = sign();
+        text += digits(1 + pick(25));
+        if (pick(2) == 0) {
+            text += '.';
+            text += digits(pick(25));
+        }
+        return pick(2) == 0 ? text : text + "e" + std::to_string(static_cast<int>(pick(700)) - 350);
+    }
+    // All digits of a double with random bits.
+    std::string shortest() {
+        const double value = std::bit_cast<double>(m_random());
+        char text[64];
+        return std::string(text, std::to_chars(text, text + sizeof(text), std::isfinite(value) ? value : 1.0).ptr);
+    }
+    // Integers that lie exactly between two doubles, and a hair beside them.
+    std::string halfway() {
+        const std::uint64_t odd = (std::uint64_t{1} << 53) + 2 * pick(std::uint64_t{1} << 52) + 1;
+        std::string text = std::to_string(odd << pick(10));
+        const char* beside[] = {"", ".0", ".00000000000000000001", ".5e-9"};
+        return text += beside[pick(4)];
+    }
+    std::string hexadecimal() {
+        constexpr std::string_view hex = "0123456789abcdefABCDEF";
+        std::string text = sign();
+        text += pick(2) == 0 ? "0x" : "0X";
+        text += digits(1 + pick(18), hex);
+        if (pick(2) == 0) {
+            text += '.';
+            text += digits(pick(18), hex);
+        }
+        return pick(2) == 0 ? text : text + "p" + std::to_string(static_cast<int>(pick(2400)) - 1200);
+    }
+
+    std::mt19937_64 m_random{20};
+};
+
+constexpr int s_rounds = 1'500'000;
+
+TEST(StringToDouble, GivesTheBitsOfStrtodOnRandomNumbers) {
+    RandomNumbers numbers;
+    std::uint64_t all = 0;
+    for (int i = 0; i < s_rounds; ++i) {
+        const std::string text = numbers.next();
+        const std::uint64_t got = bits_of(string_to<double>(text));
+        ASSERT_EQ(got, bits_of(std::strtod(text.c_str(), nullptr))) << text;
+        all = all * 31 + got;
+    }
+    // The same on every target.
+    EXPECT_EQ(all, 15103298031829970533u);
+}
+
+// Whatever one change does to a good text, the answer is that of strtod. (C libraries disagree about what may stand in
+// "nan(...)", so that form is not among them.)
+TEST(StringToDouble, AgreesWithStrtodOnEveryPrefixAndEveryChangedByte) {
+    for (const std::string& good :
+         {std::string(" -12.5e+07"), std::string("0x1.8Ap-3"), std::string("Infinity"), std::string("-nan")}) {
+        for (std::size_t at = 0; at < good.size(); ++at) {
+            for (unsigned byte = 1; byte <= 256; ++byte) {
+                // 256: cut here.
+                std::string text = good.substr(0, at) + static_cast<char>(byte) + good.substr(at + 1);
+                if (byte == 256) {
+                    text = good.substr(0, at);
+                }
+                char* stop = nullptr;
+                const double expected = std::strtod(text.c_str(), &stop);
+                const bool good_number = stop == text.c_str() + text.size();
+                Error error;
+                const double got = string_to<double>(text, &error);
+                ASSERT_EQ(error.is_null(), good_number) << testing::PrintToString(text);
+                if (good_number && !std::isnan(expected)) {
+                    ASSERT_EQ(bits_of(got), bits_of(expected)) << text;
+                }
+            }
+        }
+    }
+}
+
+}  // namespace
+}  // namespace nqcore

@@ -1,0 +1,356 @@
+#include "nqcore/string_to.h"
+
+#include "nqcore/testing/error_matchers.h"
+
+#include <gtest/gtest.h>
+#include <limits>
+#include <random>
+#include <string>
+
+namespace nqcore {
+namespace {
+
+using namespace std::string_view_literals;
+using matchers::HasCode;
+using matchers::HasMessage;
+using matchers::HasParam;
+using matchers::ThrowsError;
+using testing::AllOf;
+
+using Error = RefCountPtr<const ErrorInfo>;
+
+constexpr unsigned npos = 0xFFFFFFFFu;
+
+std::wstring widened(std::string_view ascii) { return std::wstring(ascii.begin(), ascii.end()); }
+
+// ---------------------------------------------------------------------------------------------------- numbers to text
+
+TEST(ToString, WritesIntegersInDecimal) {
+    EXPECT_EQ(to_string(0), "0");
+    EXPECT_EQ(to_string(-1), "-1");
+    EXPECT_EQ(to_string(std::numeric_limits<long long>::min()), "-9223372036854775808");
+    EXPECT_EQ(to_string(std::numeric_limits<unsigned long long>::max()), "18446744073709551615");
+    EXPECT_EQ(to_string(static_cast<unsigned char>(255)), "255");
+    EXPECT_EQ(to_string(static_cast<short>(-32768)), "-32768");
+    EXPECT_EQ(to_string<unsigned long>(7), "7");
+    EXPECT_EQ(to_string('A'), "65") << "a char is a number";
+    EXPECT_EQ(to_wstring('A'), L"65");
+    EXPECT_EQ(to_wstring(-120), L"-120");
+    EXPECT_EQ(to_wstring(std::numeric_limits<unsigned long long>::max()), L"18446744073709551615");
+    EXPECT_EQ(to_string(true) + to_string(false), "truefalse");
+    EXPECT_EQ(to_wstring(true) + to_wstring(false), L"truefalse");
+}
+
+TEST(ToString, ComesBackThroughStringTo) {
+    std::mt19937_64 random(1);
+    for (int i = 0; i < 100'000; ++i) {
+        const auto value = static_cast<long long>(random() >> (random() % 64)) * (random() % 2 == 0 ? 1 : -1);
+        const std::string text = to_string(value);
+        ASSERT_EQ(text, std::to_string(value));
+        ASSERT_EQ(string_to<long long>(text), value);
+        ASSERT_EQ(to_wstring(value), widened(text));
+        ASSERT_EQ(string_to<long long>(widened(text)), value);
+        ASSERT_EQ(base_n_string_to<unsigned long long>(text[0] == '-' ? text.substr(1) : text, 0),
+                  value < 0 ? 0ull - static_cast<unsigned long long>(value) : static_cast<unsigned long long>(value));
+    }
+}
+
+// ------------------------------------------------------------------------------------------------------- text to text
+
+TEST(ToWstring, CopiesAndConverts) {
+    const std::string text = "caf\xC3\xA9 \xF0\x9F\x98\x80";
+    const std::wstring wide = L"caf\u00E9 \U0001F600";
+    EXPECT_EQ(to_wstring(text), wide);
+    EXPECT_EQ(to_wstring(text.c_str()), wide);
+    EXPECT_EQ(to_wstring(text.c_str(), npos), wide) << "the terminator is no part of the text";
+    EXPECT_EQ(to_wstring(text.c_str(), 3), L"caf");
+    EXPECT_EQ(to_wstring(wide), wide);
+    EXPECT_EQ(to_wstring(wide.c_str()), wide);
+    EXPECT_EQ(to_string(wide), text);
+    EXPECT_EQ(to_string(wide.c_str()), text);
+    EXPECT_EQ(to_string(wide.c_str(), npos), text);
+    EXPECT_EQ(to_string(wide.c_str(), 4), "caf\xC3\xA9");
+    EXPECT_EQ(to_u16string(text), u"caf\u00E9 \U0001F600");
+    EXPECT_EQ(to_string(u"caf\u00E9 \U0001F600"sv), text);
+    EXPECT_EQ(to_string(L"a\0b"sv), "a\0b"sv);
+    EXPECT_EQ(to_wstring(static_cast<const char*>(nullptr)), L"");
+    EXPECT_EQ(to_wstring(static_cast<const wchar_t*>(nullptr)), L"");
+    EXPECT_EQ(to_string(static_cast<const wchar_t*>(nullptr), npos), "");
+}
+
+// Around the length from which text is measured first.
+TEST(ToWstring, GivesTheSameBelowAndAboveTheStackBuffer) {
+    for (const std::size_t length : {0u, 1u, 997u, 998u, 999u, 1000u, 1001u, 5000u}) {
+        SCOPED_TRACE(length);
+        const std::string head(length, 'h');
+        int invalid = 0;
+        EXPECT_EQ(to_wstring(head + "\xC3\xA9"), widened(head) + L'\u00E9');
+        EXPECT_EQ(to_string(widened(head) + L'\u00E9'), head + "\xC3\xA9");
+        const std::string bad = head +
+                                "\xC0\x80"
+                                "b\xFF";
+        EXPECT_EQ(to_wstring(bad.data(), static_cast<unsigned>(bad.size()), L'?', &invalid), widened(head) + L"?b?");
+        EXPECT_EQ(invalid, static_cast<int>(length));
+        EXPECT_EQ(to_u16string(bad.data(), static_cast<unsigned>(bad.size()), u'?', nullptr).size(), length + 3);
+        const std::wstring badWide = widened(head) + wchar_t(0xDC00) + L"b";
+        EXPECT_EQ(to_string(badWide.data(), static_cast<unsigned>(badWide.size()), '?', &invalid), head + "?b");
+        EXPECT_EQ(invalid, static_cast<int>(length));
+        EXPECT_THAT([&] { (void)to_wstring(bad); }, ThrowsError(HasCode("error.nqcore.string.conversion")));
+        EXPECT_THAT([&] { (void)to_string(badWide); }, ThrowsError(HasCode("error.nqcore.string.conversion")));
+        const std::u16string bad16(length, u'\xD800');
+        if (length > 0) {
+            // Measuring and writing explain the same thing in different words.
+            EXPECT_THAT([&] { (void)to_string(bad16); },
+                        ThrowsError(HasMessage(
+                            length < 1000 ? "Encountered invalid UCS-4 character that cannot be converted to UTF-8"
+                                          : "Encountered invalid UTF-16 character that cannot be converted to UTF-8")));
+        }
+        (void)to_wstring(head.data(), static_cast<unsigned>(length), L'?', &invalid);
+        EXPECT_EQ(invalid, -1);
+    }
+    // The widest characters there are fill the stack buffer's last byte.
+    EXPECT_EQ(to_string(std::wstring(999, L'\uFFFD')).size(), 2997u);
+    EXPECT_EQ(to_string(std::u16string(998, u'\uFFFD')).size(), 2994u);
+}
+
+// ----------------------------------------------------------------------------------------------------------- booleans
+
+TEST(StringToBool, KnowsFourWordsEach) {
+    for (const char* text : {"1", "true", "TRUE", "tRuE", "yes", "YES", "y", "Y"}) {
+        EXPECT_TRUE(string_to<bool>(text)) << text;
+        EXPECT_TRUE(string_to<bool>(widened(text))) << text;
+    }
+    for (const char* text : {"0", "false", "False", "no", "nO", "n", "N"}) {
+        EXPECT_FALSE(string_to<bool>(text)) << text;
+        EXPECT_FALSE(string_to<bool>(widened(text))) << text;
+    }
+    for (const std::string_view text : {""sv, "2"sv, "yes "sv, " y"sv, "tru"sv, "truee"sv, "on"sv, "01"sv, "y\0"sv,
+                                        "\xD9"sv /* 'y' but for two bits */, "YE\x13"sv}) {
+        Error error;
+        EXPECT_FALSE(string_to<bool>(text, &error)) << text;
+        EXPECT_THAT(error, AllOf(HasParam("type", "bool"), HasParam("text", std::string(text))));
+        EXPECT_THAT(
+            [&] { (void)string_to<bool>(text); },
+            ThrowsError(HasMessage("nqcore::string_to<bool>(\"" + std::string(text) + "\") conversion failed.")));
+    }
+    // A wide character is not cut to a byte.
+    Error error;
+    EXPECT_FALSE(string_to<bool>(L"\u0179\u0131", 2, &error));
+    EXPECT_THAT(error, HasParam("text", "\xC5\xB9\xC4\xB1"));
+    EXPECT_TRUE(impl::string_to_bool("yes!", 3, nullptr));
+    EXPECT_TRUE(impl::string_to_bool(L"y", npos, nullptr));
+}
+
+// ----------------------------------------------------------------------------------------------------------- integers
+
+// What the messages say behind "error.nqcore.string.extraction".
+struct IntegerCase {
+    std::string_view text;
+    unsigned radix;
+    long long value;
+    const char* message;
+};
+
+constexpr IntegerCase s_intCases[] = {
+    {"0", 10, 0, nullptr},
+    {"-0", 10, 0, nullptr},
+    {"+7", 10, 7, nullptr},
+    {"0000000000000000000000000000000000000012", 10, 12, nullptr},
+    {"2147483647", 10, 2147483647, nullptr},
+    {"-2147483648", 10, -2147483648, nullptr},
+    {"2147483648", 10, 0,
+     "The value of the base-10 sequence \"2147483648\" is too large to be represented by the int type."},
+    {"-2147483649", 10, 0,
+     "The value of the base-10 sequence \"-2147483649\" is too large to be represented by the int type."},
+    {"99999999999999999999999", 10, 0,
+     "The value of the base-10 sequence \"99999999999999999999999\" is too large to be represented by the int type."},
+    // No number at all is told before too large a number.
+    {"99999999999999999999999x", 10, 0,
+     "Invalid base-10 numeral ('x') found while attempting to convert \"99999999999999999999999x\" into a value of "
+     "type int."},
+    {"-7fffffff", 16, -2147483647, nullptr},
+    {"-80000000", 16, -2147483648, nullptr},
+    {"80000000", 16, 0,
+     "The value of the base-16 sequence \"80000000\" is too large to be represented by the int type."},
+    {"zZ", 36, 35 * 36 + 35, nullptr},
+    {"101", 2, 5, nullptr},
+    {"102", 2, 0, "Invalid base-2 numeral ('2') found while attempting to convert \"102\" into a value of type int."},
+    {"0x1F", 0, 31, nullptr},
+    {"-0X1f", 0, -31, nullptr},
+    {"0b101", 0, 5, nullptr},
+    {"0o17", 0, 15, nullptr},
+    {"017", 0, 17, nullptr},
+    {"0", 0, 0, nullptr},
+    {"0x", 0, 0, "nqcore::string_to<int>(\"0x\") conversion failed."},
+    {"0x1F", 16, 0,
+     "Invalid base-16 numeral ('x') found while attempting to convert \"0x1F\" into a value of type int."},
+    {"0xG", 0, 0, "Invalid base-16 numeral ('G') found while attempting to convert \"0xG\" into a value of type int."},
+    {"", 10, 0, "nqcore::string_to<int>(\"\") conversion failed."},
+    {"-", 10, 0, "nqcore::string_to<int>(\"-\") conversion failed."},
+    {"--1", 10, 0, "Invalid base-10 numeral ('-') found while attempting to convert \"--1\" into a value of type int."},
+    {" 1", 10, 0, "Invalid base-10 numeral (' ') found while attempting to convert \" 1\" into a value of type int."},
+    {"1 ", 10, 0, "Invalid base-10 numeral (' ') found while attempting to convert \"1 \" into a value of type int."},
+    {"1\xC3\xA9", 10, 0,
+     "Invalid base-10 numeral ('\xC3\xA9') found while attempting to convert \"1\xC3\xA9\" into a value of type int."},
+    {"1", 1, 0, "Invalid 'radix' argument specified (1) while attempting to convert \"1\" into a value of type int."},
+    {"1", 37, 0, "Invalid 'radix' argument specified (37) while attempting to convert \"1\" into a value of type int."},
+};
+
+TEST(BaseNStringTo, ReadsOrExplains) {
+    for (const IntegerCase& row : s_intCases) {
+        SCOPED_TRACE(testing::PrintToString(row.text) + " in radix " + std::to_string(row.radix));
+        const std::wstring wide = to_wstring(row.text);
+        Error error;
+        Error wideError;
+        EXPECT_EQ(base_n_string_to<int>(row.text, row.radix, &error), row.value);
+        EXPECT_EQ(base_n_string_to<int>(wide, row.radix, &wideError), row.value);
+        if (row.message == nullptr) {
+            EXPECT_THAT(error, matchers::IsOk());
+            EXPECT_THAT(wideError, matchers::IsOk());
+            continue;
+        }
+        EXPECT_THAT(error, AllOf(HasCode("error.nqcore.string.extraction"), HasMessage(row.message)));
+        EXPECT_THAT(wideError, AllOf(HasCode("error.nqcore.string.extraction"), HasMessage(row.message)));
+        EXPECT_THAT([&] { (void)base_n_string_to<int>(row.text, row.radix); }, ThrowsError(HasMessage(row.message)));
+    }
+    Error error;
+    EXPECT_EQ(string_to<int>("1\0"sv, &error), 0);
+    EXPECT_THAT(error, HasParam("character", std::string(1, '\0')));
+    EXPECT_EQ(string_to<int>("1\xE9"sv, &error), 0);
+    EXPECT_THAT(error, HasParam("character", "\xE9"));
+    EXPECT_EQ(string_to<int>(L"1\U0001F600"sv, &error), 0);
+    EXPECT_THAT(error, AllOf(HasParam("character", "\xF0\x9F\x98\x80"), HasParam("text", "\"1\xF0\x9F\x98\x80\"")));
+}
+
+// The limits of a type, one beyond on both sides, and the type's name.
+template <class T>
+void expect_exact_limits(const char* typeName) {
+    SCOPED_TRACE(typeName);
+    constexpr T max = std::numeric_limits<T>::max();
+    constexpr T min = std::numeric_limits<T>::min();
+    EXPECT_EQ(string_to<T>(to_string(max)), max);
+    EXPECT_EQ(string_to<T>(to_string(min)), min);
+    EXPECT_EQ(string_to<T>(to_wstring(max)), max);
+    EXPECT_EQ(string_to<T>(to_wstring(min)), min);
+    // The last digit of no limit is 9.
+    std::string above = to_string(max);
+    ++above.back();
+    std::string below = std::is_signed_v<T> ? to_string(min) : "-1";
+    ++below.back();
+    for (const std::string& text : {above, below, to_string(max) + "0"}) {
+        Error error;
+        EXPECT_EQ(string_to<T>(text, &error), T(0)) << text;
+        EXPECT_THAT(error, HasParam("type", typeName));
+    }
+}
+
+TEST(StringTo, HoldsTheLimitsOfEveryIntegerType) {
+    expect_exact_limits<char>("char");
+    expect_exact_limits<signed char>("signed char");
+    expect_exact_limits<unsigned char>("unsigned char");
+    expect_exact_limits<short>("short");
+    expect_exact_limits<unsigned short>("unsigned short");
+    expect_exact_limits<int>("int");
+    expect_exact_limits<unsigned>("unsigned int");
+    expect_exact_limits<long>("long");
+    expect_exact_limits<unsigned long>("unsigned long");
+    expect_exact_limits<long long>("long long");
+    expect_exact_limits<unsigned long long>("unsigned long long");
+    Error error;
+    EXPECT_EQ(string_to<unsigned>("+1", &error), 0u) << "unsigned types take no sign";
+    EXPECT_THAT(error, HasParam("character", "+"));
+}
+
+TEST(StringTo, TakesPointersLengthsAndStrings) {
+    EXPECT_EQ(string_to<int>("1234", 2), 12);
+    EXPECT_EQ(string_to<int>("1234", npos), 1234);
+    EXPECT_EQ(string_to<int>(L"1234", 3), 123);
+    EXPECT_EQ(string_to<std::string>("as it \xFF stands"), "as it \xFF stands");
+    EXPECT_EQ(string_to<std::string>(L"\u00E9"), "\xC3\xA9");
+    const std::wstring bad(3, wchar_t(0xDC00));
+    Error error;
+    EXPECT_EQ(string_to<std::string>(bad, &error), "");
+    EXPECT_THAT(error, HasCode("error.nqcore.string.conversion"));
+    EXPECT_THAT([&] { (void)string_to<std::string>(bad); }, ThrowsError(HasCode("error.nqcore.string.conversion")));
+}
+
+TEST(StringTo, StoresOneErrorAndLeavesTheSlotAloneOnSuccess) {
+    Error error;
+    (void)string_to<int>("x", &error);
+    (void)string_to<int>("y", &error);
+    const Error kept = error;
+    EXPECT_THAT(error, HasParam("character", "y"));
+    EXPECT_EQ(string_to<int>("5", &error), 5);
+    EXPECT_EQ(error, kept);
+}
+
+// ----------------------------------------------------------------------------------------------------------- failures
+
+// 128 bytes are shown; the cut never splits a character.
+struct ShownCase {
+    const char* name;
+    std::string text, plain, quoted;
+};
+
+TEST(StringToFailures, CutTheTextAtACharacter) {
+    const std::string x127(127, 'x');
+    const ShownCase cases[] = {
+        {"short", "a\"b", "a\"b", "\"a\"b\""},
+        {"exactly_128", x127 + 'y', x127 + 'y', '"' + x127 + "y\""},
+        {"one_more", x127 + "yz", x127 + 'y', '"' + x127 + "y...\""},
+        {"split_character", x127 + "\xC3\xA9z", x127, '"' + x127 + "...\""},
+        {"whole_character", x127.substr(1) + "\xC3\xA9z", x127.substr(1) + "\xC3\xA9",
+         '"' + x127.substr(1) + "\xC3\xA9...\""},
+        {"very_long", std::string(100'000, 'w'), std::string(128, 'w'), '"' + std::string(128, 'w') + "...\""},
+        {"wide_pairs",
+         [] {
+             std::string text;
+             for (int i = 0; i < 40; ++i) {
+                 text += "\xF0\x9F\x98\x80";
+             }
+             return text;
+         }(),
+         [] {
+             std::string text;
+             for (int i = 0; i < 32; ++i) {
+                 text += "\xF0\x9F\x98\x80";
+             }
+             return text;
+         }(),
+         ""},
+    };
+    for (const ShownCase& row : cases) {
+        SCOPED_TRACE(row.name);
+        const auto length = static_cast<unsigned>(row.text.size());
+        const std::wstring wide = to_wstring(row.text);
+        const auto wideLength = static_cast<unsigned>(wide.size());
+        Error error;
+        impl::string_to_failure(row.text.data(), length, typeid(double), &error);
+        EXPECT_THAT(error, AllOf(HasParam("text", row.plain), HasParam("type", "double")));
+        EXPECT_EQ(error->message().view(), "nqcore::string_to<{@type}>(\"{@text}\") conversion failed.");
+        EXPECT_EQ(error->location().function().view(), "nqcore::impl::string_to_failure()");
+        EXPECT_EQ(error->location().file_path(), "//nqcore/int/src/nqcore/string_to.cpp");
+        impl::string_to_failure(wide.data(), wideLength, typeid(double), &error);
+        EXPECT_THAT(error, HasParam("text", row.plain));
+        if (row.quoted.empty()) {
+            continue;
+        }
+        impl::base_n_string_to_error_overflow(7, typeid(int), row.text.data(), length, &error);
+        EXPECT_THAT(error, AllOf(HasParam("text", row.quoted), HasParam("radix", "7")));
+        impl::base_n_string_to_error_overflow(7, typeid(int), wide.data(), wideLength, &error);
+        EXPECT_THAT(error, HasParam("text", row.quoted));
+        impl::base_n_string_to_error_bad_numeral('x', 7, typeid(int), row.text.data(), length, &error);
+        EXPECT_THAT(error, AllOf(HasParam("text", row.quoted), HasParam("character", "x")));
+        impl::base_n_string_to_error_bad_numeral(L'x', 7, typeid(int), wide.data(), wideLength, &error);
+        EXPECT_THAT(error, AllOf(HasParam("text", row.quoted), HasParam("character", "x")));
+        impl::base_n_string_to_error_bad_arg("radix", -3, typeid(int), row.text.data(), length, &error);
+        EXPECT_THAT(error, AllOf(HasParam("text", row.quoted), HasParam("name", "radix"), HasParam("value", "-3")));
+        impl::base_n_string_to_error_bad_arg("radix", -3, typeid(int), wide.data(), wideLength, &error);
+        EXPECT_THAT(error, HasParam("text", row.quoted));
+    }
+    EXPECT_THAT([] { impl::string_to_failure("abc!", 3, typeid(long long), nullptr); },
+                ThrowsError(HasMessage("nqcore::string_to<long long>(\"abc\") conversion failed.")));
+}
+
+}  // namespace
+}  // namespace nqcore
