@@ -3,6 +3,7 @@
 #include "kernels/ascii_fold.h"
 #include "text_length.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdint>

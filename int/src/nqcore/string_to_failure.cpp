@@ -6,9 +6,7 @@
 #include "nqcore/ucsutil.h"
 #include "source_id.h"
 
-#include <cxxabi.h>
 #include <algorithm>
-#include <cstdlib>
 #include <string>
 
 namespace nqcore::impl {

@@ -44,7 +44,7 @@ template <class Char>
 
 /// True when the texts have the same length and differ in the case of letters at most.
 ///
-/// Cost     nothing but the comparison of the lengths when they differ; up to 64 bytes at a time.
+/// Cost     nothing but the comparison of the lengths when they differ; up to 128 bytes at a time.
 [[nodiscard]] inline bool string_equal_nocase_ascii(std::string_view a, std::string_view b) noexcept {
     return a.size() == b.size() && impl::equal_nocase_ascii(a.data(), b.data(), a.size());
 }
@@ -89,7 +89,7 @@ NQCORE_API void to_upper_ascii_inplace(std::string& text) noexcept;
 /// alone, so a text that is nothing but a 12-digit number stays as it is.
 ///
 /// Returns  how many numbers were masked.
-/// Cost     one pass; text without long runs of digits goes 32 or 64 bytes at a time.
+/// Cost     one pass; text without long runs of digits goes 32 bytes at a time.
 /// Example  "card 4111111111111111 end" becomes "card 41111-------1111 end".
 NQCORE_API std::size_t mask_credit_card_numbers_in_place(char* text, unsigned length) noexcept;
 NQCORE_API std::size_t mask_credit_card_numbers_in_place(std::string& text) noexcept;
