@@ -1,5 +1,5 @@
 # ./dev check [STEP...]: what CI adds to the tests, cheapest first. A failed step does not keep the others from running.
-all_steps="words layers format headers budget consumer asan replay tsan"
+all_steps="words layers format headers budget consumer memory asan replay tsan"
 
 check_words() {
     need_packages check || return 1
@@ -37,6 +37,11 @@ check_consumer() {
         try_step "consumer-$target" "the installed package and its consumer, $target" \
             "$root/scripts/check_consumer.sh" $target || true
     done
+}
+
+check_memory() {
+    build linux "library and tool" nqcore nq
+    try_step memory "nq scrub on streams of 1 GiB stays small" "$root/scripts/check_scrub_memory.py"
 }
 
 check_asan() {

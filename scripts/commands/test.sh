@@ -25,6 +25,7 @@ win32_missing() {
     [ -z "$allow_missing" ] || failures=("${failures_before[@]}")
 }
 
+tested=
 for tree in $targets; do
     failures_before=("${failures[@]}")
     if ! set_up "$tree"; then
@@ -34,5 +35,9 @@ for tree in $targets; do
     fi
     build "$tree" "library, tool and tests" all
     run_tests "$tree" "${filter[@]}" || true
+    tested+=" $tree"
 done
+if [ "$tested" = " linux win32" ] && [ ${#filter[@]} = 0 ]; then
+    try_step compare "comparing what nq writes on both targets" "$root/scripts/compare_nq_targets.py" || true
+fi
 finish

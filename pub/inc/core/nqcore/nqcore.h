@@ -1,0 +1,32 @@
+// Everything of the library that needs no further types, for programs that would rather not choose.
+//
+// Headers that bring heavier types along are included by name: ace_timeout.h (ACE), error_builder.h and
+// string_stream_buf.h (streams), time_chrono.h (<chrono>), windows_types.h (system types),
+// testing/error_matchers.h (GoogleTest).
+#pragma once
+
+#include "nqcore/abs_rel_time.h"
+#include "nqcore/atomic_op.h"
+#include "nqcore/error_code.h"
+#include "nqcore/error_composer.h"
+#include "nqcore/error_exception.h"
+#include "nqcore/error_info.h"
+#include "nqcore/error_or.h"
+#include "nqcore/error_params.h"
+#include "nqcore/interface_ptr.h"
+#include "nqcore/refcount_guard.h"
+#include "nqcore/refcounted.h"
+#include "nqcore/safe_cast.h"
+#include "nqcore/source_location.h"
+#include "nqcore/source_string.h"
+#include "nqcore/string_range.h"
+#include "nqcore/string_to.h"
+#include "nqcore/string_trace_data.h"
+#include "nqcore/string_util.h"
+#include "nqcore/transfer_source.h"
+#include "nqcore/ucsutil.h"
+#include "nqcore/utc_text.h"
+#include "nqcore/version.h"
+#include "nqcore/weak_ref_ptr.h"
+
+#include <string>
