@@ -150,9 +150,8 @@ const bool s_registered = [] {
         add("validate", "simdjson", kind, [](benchmark::State& state, const Kind& texts) {
             run_validate<const std::string>(state, texts, validate_simdjson);
         });
-        add("make_valid", "nqcore", kind, [](benchmark::State& state, const Kind& texts) {
-            run_validate<std::string>(state, texts, repair_ours);
-        });
+        add("make_valid", "nqcore", kind,
+            [](benchmark::State& state, const Kind& texts) { run_validate<std::string>(state, texts, repair_ours); });
         add("to_utf16", "nqcore", kind, run_to_utf16<to_utf16_ours>);
         add("to_utf16", "icu", kind, run_to_utf16<to_utf16_icu>);
         add("to_utf8", "nqcore", kind, run_to_utf8<to_utf8_ours>);

@@ -77,12 +77,12 @@ std::vector<std::vector<Unit>> as_units(const Kind& kind) {
     for (const std::string& text : kind.texts()) {
         std::vector<Unit> units(text.size());
         const auto length = static_cast<unsigned>(text.size());
-        const unsigned count = sizeof(Unit) == 2 ? nqcore::utf8_to_utf16(text.data(), length,
-                                                                         reinterpret_cast<unsigned short*>(units.data()),
-                                                                         length, 0, nullptr)
-                                                 : nqcore::utf8_to_ucs4(text.data(), length,
-                                                                        reinterpret_cast<unsigned*>(units.data()),
-                                                                        length, 0, nullptr);
+        const unsigned count =
+            sizeof(Unit) == 2
+                ? nqcore::utf8_to_utf16(text.data(), length, reinterpret_cast<unsigned short*>(units.data()), length, 0,
+                                        nullptr)
+                : nqcore::utf8_to_ucs4(text.data(), length, reinterpret_cast<unsigned*>(units.data()), length, 0,
+                                       nullptr);
         units.resize(count);
         all.push_back(units);
     }

@@ -13,16 +13,17 @@ namespace bench_texts {
 
 /// Log-like words of many scripts, or ASCII ones only; exactly `size` bytes.
 inline std::string make_text(std::size_t size, bool mixed, unsigned seed) {
-    static const char* const words[] = {
-        "request ", "served in 42 ms ", "user=", "INFO ", "Größenänderung ", "déjà vu ", "Привет мир ", "καλημέρα ",
-        "שלום ", "हिन्दी ", "你好，世界 ", "こんにちは ", "안녕하세요 ", "🙂🚀 "};
+    static const char* const words[] = {"request ",    "served in 42 ms ", "user=",       "INFO ", "Größenänderung ",
+                                        "déjà vu ",    "Привет мир ",      "καλημέρα ",   "שלום ", "हिन्दी ",
+                                        "你好，世界 ", "こんにちは ",      "안녕하세요 ", "🙂🚀 "};
     constexpr std::size_t asciiWords = 4;
     std::mt19937 random(seed);
     std::string text;
     while (text.size() < size) {
         text += words[random() % (mixed ? std::size(words) : asciiWords)];
     }
-    text.resize(nqcore::utf8_limit_length(text.data(), static_cast<unsigned>(text.size()), static_cast<unsigned>(size)));
+    text.resize(
+        nqcore::utf8_limit_length(text.data(), static_cast<unsigned>(text.size()), static_cast<unsigned>(size)));
     text.append(size - text.size(), '.');
     return text;
 }

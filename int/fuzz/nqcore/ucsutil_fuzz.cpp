@@ -179,8 +179,8 @@ constexpr auto s_utf16ToUtf8 = [](const unsigned short* source, unsigned length,
                                   char replacement, int* first) {
     return nqcore::utf16_to_utf8(source, length, to, capacity, replacement, first);
 };
-constexpr auto s_ucs4ToUtf8 = [](const unsigned* source, unsigned length, char* to, unsigned capacity,
-                                 char replacement, int* first) {
+constexpr auto s_ucs4ToUtf8 = [](const unsigned* source, unsigned length, char* to, unsigned capacity, char replacement,
+                                 int* first) {
     return nqcore::ucs4_to_utf8(source, length, to, capacity, replacement, first);
 };
 

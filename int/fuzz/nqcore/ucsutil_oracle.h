@@ -192,9 +192,9 @@ inline std::optional<std::vector<unsigned>> encode(std::uint64_t value, Form for
 /// What a converter does.
 struct Outcome {
     unsigned result = 0;
-    int error = 0;             ///< `errno`, 0 when it is not set
-    std::string message;       ///< of the exception, empty for none
-    int causeFault = 0;        ///< number of the fault that is the exception's cause, 0 for none
+    int error = 0;        ///< `errno`, 0 when it is not set
+    std::string message;  ///< of the exception, empty for none
+    int causeFault = 0;   ///< number of the fault that is the exception's cause, 0 for none
     int firstInvalid = -1;
     std::vector<unsigned> units;  ///< written; empty when measuring
 };

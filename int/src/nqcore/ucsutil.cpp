@@ -5,9 +5,9 @@
 #include "ucsutil_errors.h"
 #include "ucsutil_rules.h"
 
+#include <emmintrin.h>
 #include <algorithm>
 #include <cstring>
-#include <emmintrin.h>
 
 namespace nqcore {
 namespace {

@@ -26,9 +26,12 @@ unsigned deliver(const impl::DecodedChar& decoded, unsigned* codePoint) noexcept
 template <class Unit>
 unsigned deliver(impl::EncodeOutcome outcome, const Unit* begin, const Unit* end) noexcept {
     switch (outcome) {
-        case impl::EncodeOutcome::refused: return fail(EINVAL);
-        case impl::EncodeOutcome::full: return fail(ENOMEM);
-        case impl::EncodeOutcome::done: break;
+        case impl::EncodeOutcome::refused:
+            return fail(EINVAL);
+        case impl::EncodeOutcome::full:
+            return fail(ENOMEM);
+        case impl::EncodeOutcome::done:
+            break;
     }
     return static_cast<unsigned>(end - begin);
 }

@@ -69,7 +69,7 @@ public:
         if (is_full()) {
             return false;
         }
-        *m_out++ = make(unit);
+        *m_out++ = impl::make_unit<Out>(unit);
         return true;
     }
     EncodeOutcome encode(unsigned codePoint) noexcept {
@@ -91,14 +91,6 @@ public:
     [[nodiscard]] unsigned result() const noexcept { return static_cast<unsigned>(m_out - m_begin); }
 
 private:
-    static Out make(unsigned unit) noexcept {
-        if constexpr (std::is_same_v<Out, Utf8Byte>) {
-            return static_cast<Utf8Byte>(unit);
-        } else {
-            return Out{static_cast<decltype(Out::value)>(unit)};
-        }
-    }
-
     Out* m_begin;
     Out* m_out;
     Out* m_end;
@@ -321,8 +313,8 @@ unsigned utf8_to_ucs4(const char* source, unsigned length, unsigned* destination
                                 {"nqcore::utf8_to_ucs4()", replacement, firstInvalid});
 }
 
-unsigned utf8_to_wstr(const char* source, unsigned length, wchar_t* destination, unsigned capacity,
-                      wchar_t replacement, int* firstInvalid) {
+unsigned utf8_to_wstr(const char* source, unsigned length, wchar_t* destination, unsigned capacity, wchar_t replacement,
+                      int* firstInvalid) {
     const Request request{"nqcore::utf8_to_wstr()", static_cast<unsigned>(replacement), firstInvalid};
     return s_wideIsUtf16 ? convert_utf8_to_utf16(source, length, destination, capacity, request)
                          : convert_utf8_to_ucs4(source, length, destination, capacity, request);

@@ -29,10 +29,8 @@ constexpr FaultRow s_faults[] = {
      "Invalid subsequent byte in UTF-8 character sequence"},
     {Utf8Fault::surrogate, &error::nqcore_string_utf8_invalid,
      "UTF-8 string must not contain UTF-16 surrogates (U+D800...U+DFFF)"},
-    {Utf8Fault::bom_fffe, &error::nqcore_string_utf8_invalid,
-     "UTF-8 string must not contain U+FFFE (BOM) character"},
-    {Utf8Fault::bom_feff, &error::nqcore_string_utf8_invalid,
-     "UTF-8 string must not contain U+FEFF (BOM) character"},
+    {Utf8Fault::bom_fffe, &error::nqcore_string_utf8_invalid, "UTF-8 string must not contain U+FFFE (BOM) character"},
+    {Utf8Fault::bom_feff, &error::nqcore_string_utf8_invalid, "UTF-8 string must not contain U+FEFF (BOM) character"},
     {Utf8Fault::char_ffff, &error::nqcore_string_utf8_invalid, "UTF-8 string must not contain U+FFFF character"},
 };
 

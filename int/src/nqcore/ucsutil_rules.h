@@ -26,7 +26,14 @@ struct [[gnu::may_alias]] Ucs4Unit {
 };
 static_assert(sizeof(Utf16Unit) == sizeof(char16_t) && sizeof(Ucs4Unit) == sizeof(char32_t));
 
-constexpr Utf16Unit utf16_unit(unsigned value) noexcept { return {static_cast<unsigned short>(value)}; }
+template <class Unit>
+constexpr Unit make_unit(unsigned value) noexcept {
+    if constexpr (sizeof(Unit) == 1) {
+        return static_cast<Unit>(value);
+    } else {
+        return {static_cast<decltype(Unit::value)>(value)};
+    }
+}
 
 constexpr bool is_continuation(Utf8Byte byte) noexcept { return (byte & 0xC0u) == 0x80; }
 constexpr bool is_high_surrogate(unsigned unit) noexcept { return (unit & 0xFFFFFC00u) == 0xD800; }
@@ -90,11 +97,16 @@ constexpr Utf8Verdict bad_sequence(Utf8Fault fault) noexcept { return {fault, 0}
 /// judged after its continuation bytes.
 constexpr bool is_overlong_by_prefix(Utf8Byte lead, Utf8Byte second, unsigned length) noexcept {
     switch (length) {
-        case 2: return lead < 0xC2;
-        case 4: return lead == 0xF0 && second < 0x90;
-        case 5: return lead == 0xF8 && second < 0x88;
-        case 6: return lead == 0xFC && second < 0x84;
-        default: return false;
+        case 2:
+            return lead < 0xC2;
+        case 4:
+            return lead == 0xF0 && second < 0x90;
+        case 5:
+            return lead == 0xF8 && second < 0x88;
+        case 6:
+            return lead == 0xFC && second < 0x84;
+        default:
+            return false;
     }
 }
 
@@ -227,14 +239,14 @@ inline EncodeOutcome encode_utf16(unsigned codePoint, Utf16Unit*& out, const Utf
         return EncodeOutcome::full;
     }
     if (length == 1) {
-        *out++ = utf16_unit(codePoint);
+        *out++ = make_unit<Utf16Unit>(codePoint);
         return EncodeOutcome::done;
     }
-    *out++ = utf16_unit((codePoint >> 10) - 0x2840u);
+    *out++ = make_unit<Utf16Unit>((codePoint >> 10) - 0x2840u);
     if (out >= outEnd) {
         return EncodeOutcome::full;
     }
-    *out++ = utf16_unit((codePoint & 0x3FF) | 0xDC00);
+    *out++ = make_unit<Utf16Unit>((codePoint & 0x3FF) | 0xDC00);
     return EncodeOutcome::done;
 }
 

@@ -74,12 +74,12 @@ void expect_error(const ErrorInfo::Ptr& error, std::string_view message, std::st
 struct FromUtf8Case {
     const char* name;
     std::string source;
-    std::u16string units;      ///< UTF-16
+    std::u16string units;  ///< UTF-16
     std::u32string codePoints;
     int firstInvalid16;
     int firstInvalid32;
-    const char* cause;         ///< message of the cause; null: none
-    const char* message16;     ///< null: does not fail
+    const char* cause;      ///< message of the cause; null: none
+    const char* message16;  ///< null: does not fail
     const char* message32;
 };
 
@@ -88,14 +88,15 @@ const FromUtf8Case s_fromUtf8[] = {
      nullptr, nullptr, nullptr},
     {"nul_inside", "a\0b"s, u"a\0b"s, U"a\0b"s, -1, -1, nullptr, nullptr, nullptr},
     // One unit for a bad sequence, not one for each byte.
-    {"overlong", "A\xC0\x80"
-                 "B",
+    {"overlong",
+     "A\xC0\x80"
+     "B",
      u"A?B", U"A?B", 1, 1, "String contains overlong UTF-8 sequence", s_invalidUtf8, s_invalidUtf8},
     {"partial", "x\xE2\x82", u"x?", U"x?", 1, 1, "String ends in a partial UTF-8 sequence", s_invalidUtf8,
      s_invalidUtf8},
     // Unlike repair, conversion resumes at a byte that could begin a character.
-    {"partial_with_ascii", "x\xE2\x41", u"x?A", U"x?A", 1, 1, "String ends in a partial UTF-8 sequence",
-     s_invalidUtf8, s_invalidUtf8},
+    {"partial_with_ascii", "x\xE2\x41", u"x?A", U"x?A", 1, 1, "String ends in a partial UTF-8 sequence", s_invalidUtf8,
+     s_invalidUtf8},
     {"only_the_first_is_told", "\xFF-\xFF-\xFE", u"?-?-?", U"?-?-?", 0, 0, "Invalid first byte of UTF-8 sequence",
      s_invalidUtf8, s_invalidUtf8},
     {"surrogate", "\xED\xA0\x80.", u"?.", U"?.", 0, 0,
@@ -315,9 +316,9 @@ TEST(Conversion, StopsAtAFullDestination) {
     for (unsigned capacity = 0; capacity < utf8.size(); ++capacity) {
         std::vector<char> room(capacity + 1, '#');
         errno = 0;
-        ASSERT_EQ(nqcore::utf16_to_utf8(utf16.data(), static_cast<unsigned>(utf16.size()), room.data(), capacity, 0,
-                                        nullptr),
-                  0u);
+        ASSERT_EQ(
+            nqcore::utf16_to_utf8(utf16.data(), static_cast<unsigned>(utf16.size()), room.data(), capacity, 0, nullptr),
+            0u);
         ASSERT_EQ(errno, ENOMEM);
         const std::size_t written = static_cast<std::size_t>(std::find(room.begin(), room.end(), '#') - room.begin());
         ASSERT_TRUE(std::equal(room.begin(), room.begin() + static_cast<std::ptrdiff_t>(written), utf8.begin()));

@@ -44,7 +44,7 @@ private:
 
 /// Good texts: one for each length of character, and mixtures.
 std::vector<std::u32string> good_texts() {
-    const char32_t edges[] = {0x00,   0x41,   0x7F,   0x80,   0x7FF,   0x800,   0xFFF,   0x1000,  0xD7FF, 0xE000,
+    const char32_t edges[] = {0x00,   0x41,   0x7F,   0x80,   0x7FF,   0x800,   0xFFF,   0x1000,  0xD7FF,  0xE000,
                               0xFEFE, 0xFF00, 0xFF01, 0xFFFD, 0x10000, 0x103FF, 0x10400, 0x3FFFF, 0x40000, 0x10FFFF};
     std::vector<std::u32string> texts;
     for (const char32_t one : {U'a', U'\u00E9', U'\u20AC', U'\U0001F600'}) {
@@ -54,7 +54,8 @@ std::vector<std::u32string> good_texts() {
     for (unsigned asciiShare = 0; asciiShare < 10; asciiShare += 3) {
         std::u32string text;
         for (std::size_t i = 0; i < s_longest; ++i) {
-            text.push_back(random() % 10 < asciiShare ? static_cast<char32_t>('a' + random() % 26) : edges[random() % 20]);
+            text.push_back(random() % 10 < asciiShare ? static_cast<char32_t>('a' + random() % 26)
+                                                      : edges[random() % 20]);
         }
         texts.push_back(text);
     }
@@ -79,15 +80,6 @@ std::vector<Unit> encoded(const std::u32string& text) {
         }
     }
     return units;
-}
-
-template <class Unit>
-Unit make_unit(unsigned value) {
-    if constexpr (sizeof(Unit) == 2) {
-        return nqcore::impl::utf16_unit(value);
-    } else {
-        return Unit{static_cast<std::conditional_t<sizeof(Unit) == 1, Utf8Byte, unsigned>>(value)};
-    }
 }
 
 /// Sequences that no kernel may pass.
@@ -123,8 +115,9 @@ std::vector<std::vector<unsigned>> bad_sequences() {
                 {0xFE},
                 {0xFF}};
     } else if constexpr (sizeof(Unit) == 2) {
-        return {{0xD800}, {0xD800, 0x41}, {0xDBFF, 0xD800, 0xDC00}, {0xDC00}, {0xDFFF, 0xDFFF}, {0xD800, 0xE000},
-                {0xFEFF}, {0xFFFE},       {0xFFFF}};
+        return {{0xD800}, {0xD800, 0x41},   {0xDBFF, 0xD800, 0xDC00},
+                {0xDC00}, {0xDFFF, 0xDFFF}, {0xD800, 0xE000},
+                {0xFEFF}, {0xFFFE},         {0xFFFF}};
     } else {
         return {{0xD800}, {0xDFFF}, {0xFEFF}, {0xFFFE}, {0xFFFF}, {0x110000}, {0x7FFFFFFF}, {0x80000000}, {0xFFFFFFFF}};
     }
@@ -147,7 +140,7 @@ void for_each_text(Check check) {
             for (std::size_t offset = 0; offset <= window; ++offset) {
                 std::vector<Unit> broken(units.begin(), units.begin() + static_cast<std::ptrdiff_t>(2 * window));
                 for (std::size_t i = 0; i < bad.size(); ++i) {
-                    broken[offset + i] = make_unit<Unit>(bad[i]);
+                    broken[offset + i] = nqcore::impl::make_unit<Unit>(bad[i]);
                 }
                 check(broken.data(), broken.size());
                 check(broken.data(), offset + bad.size());
@@ -175,15 +168,17 @@ TEST_P(Utf8Validate, VouchesForGoodTextOnly) {
         const std::size_t truth = nqcore::kernels::good_prefix_scalar(copy.begin(), length);
         const std::size_t prefix = row.good_prefix(copy.begin(), length);
         ASSERT_LE(prefix, truth) << "of " << length;
-        ASSERT_EQ(nqcore::kernels::good_prefix_scalar(copy.begin(), prefix), prefix) << "cuts a character of " << length;
+        ASSERT_EQ(nqcore::kernels::good_prefix_scalar(copy.begin(), prefix), prefix)
+            << "cuts a character of " << length;
         if (truth == length) {
             ASSERT_GE(prefix + 35, length) << "gives up early";  // a vector and an unfinished character
         }
     });
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, Utf8Validate, testing::ValuesIn(nqcore::kernels::utf8_validate_kernels().begin(),
-                                                               nqcore::kernels::utf8_validate_kernels().end()),
+INSTANTIATE_TEST_SUITE_P(Rows, Utf8Validate,
+                         testing::ValuesIn(nqcore::kernels::utf8_validate_kernels().begin(),
+                                           nqcore::kernels::utf8_validate_kernels().end()),
                          name_of<Utf8ValidateKernel>);
 
 // -------------------------------------------------------------------------------------------------------- conversion
@@ -231,10 +226,10 @@ void expect_like_scalar(const ConvertKernel<In, Out>& row, const ConvertKernel<I
     });
 }
 
-#define NQCORE_CONVERT_ROWS(suite, kernels)                                                                     \
-    class suite : public testing::TestWithParam<std::remove_cvref_t<decltype(*(kernels).data())>> {};           \
-    TEST_P(suite, ConvertsAndMeasuresLikeScalar) { expect_like_scalar(GetParam(), (kernels).back()); }          \
-    INSTANTIATE_TEST_SUITE_P(Rows, suite, testing::ValuesIn((kernels).begin(), (kernels).end()),                \
+#define NQCORE_CONVERT_ROWS(suite, kernels)                                                            \
+    class suite : public testing::TestWithParam<std::remove_cvref_t<decltype(*(kernels).data())>> {};  \
+    TEST_P(suite, ConvertsAndMeasuresLikeScalar) { expect_like_scalar(GetParam(), (kernels).back()); } \
+    INSTANTIATE_TEST_SUITE_P(Rows, suite, testing::ValuesIn((kernels).begin(), (kernels).end()),       \
                              name_of<suite::ParamType>)
 
 NQCORE_CONVERT_ROWS(Utf8ToUtf16, nqcore::kernels::utf8_to_utf16_kernels());

@@ -91,7 +91,8 @@ const std::vector<Utf8Case>& utf8_cases() {
         {"c0_before_ascii", "\xC0\x41", F::overlong, s_overlongCode, s_overlong, "?A", false},
         {"three_overlong", "\xE0\x80\x80", F::overlong, s_overlongCode, s_overlong, "???", false},
         {"three_overlong_last", "\xE0\x9F\xBF", F::overlong, s_overlongCode, s_overlong, "???", false},
-        {"three_bad_before_overlong", "\xE0\x80\x41", F::invalid_subsequent_byte, s_invalidCode, s_badNext, "??A", false},
+        {"three_bad_before_overlong", "\xE0\x80\x41", F::invalid_subsequent_byte, s_invalidCode, s_badNext, "??A",
+         false},
         // From four bytes on, the overlong test comes before the one of the continuation bytes.
         {"four_overlong_before_bad", "\xF0\x41\x41\x41", F::overlong, s_overlongCode, s_overlong, "?AAA", false},
         {"four_overlong", "\xF0\x8F\xBF\xBF", F::overlong, s_overlongCode, s_overlong, "????", false},
@@ -194,8 +195,9 @@ TEST(Utf8Validation, MeasuresTerminatedTextAndTakesEmptyText) {
 }
 
 TEST(Utf8Validation, RepairCountsWhatItReplaces) {
-    std::string text = "A\xC0\x80"
-                       "B\xFF";
+    std::string text =
+        "A\xC0\x80"
+        "B\xFF";
     const nqcore::Utf8Repair repair = nqcore::make_valid_utf8(std::span<char>(text), '\x3F');
     EXPECT_EQ(text, "A??B?");
     EXPECT_EQ(repair.firstInvalid, 1u);
@@ -208,7 +210,8 @@ TEST(Utf8Validation, RepairCountsWhatItReplaces) {
 // Two codes have messages though nothing reports them.
 TEST(Utf8Validation, EveryFaultHasItsMessage) {
     EXPECT_STREQ(nqcore::utf8_fault_message(Utf8Fault::none), "");
-    EXPECT_STREQ(nqcore::utf8_fault_message(Utf8Fault::bom_fffe), "UTF-8 string must not contain U+FFFE (BOM) character");
+    EXPECT_STREQ(nqcore::utf8_fault_message(Utf8Fault::bom_fffe),
+                 "UTF-8 string must not contain U+FFFE (BOM) character");
     EXPECT_STREQ(nqcore::utf8_fault_message(Utf8Fault::char_ffff), "UTF-8 string must not contain U+FFFF character");
 }
 
@@ -219,9 +222,9 @@ TEST(Utf8Cut, NeverSplitsASequence) {
         unsigned length;
     };
     const Row rows[] = {
-        {"a\xC3\xA9", 2, 1}, {"a\xC3\xA9", 3, 3}, {"a\xC3\xA9", 99, 3},       {"a\xC3\xA9", 0, 0},
-        {"a\xC3\xA9", 1, 1}, {"abc", 2, 2},       {"\xF0\x9F\x98\x80x", 3, 0}, {"\xF0\x9F\x98\x80x", 4, 4},
-        {"\x80\x80\x80", 2, 0},
+        {"a\xC3\xA9", 2, 1},         {"a\xC3\xA9", 3, 3},         {"a\xC3\xA9", 99, 3},
+        {"a\xC3\xA9", 0, 0},         {"a\xC3\xA9", 1, 1},         {"abc", 2, 2},
+        {"\xF0\x9F\x98\x80x", 3, 0}, {"\xF0\x9F\x98\x80x", 4, 4}, {"\x80\x80\x80", 2, 0},
     };
     for (const Row& row : rows) {
         EXPECT_EQ(nqcore::utf8_limit_length(row.text.data(), size_of(row.text), row.limit), row.length)
@@ -233,8 +236,14 @@ TEST(Utf8Lead, TellsTheSequenceLength) {
     struct Row {
         unsigned from, to, length;
     };
-    for (const Row row : {Row{0x00, 0x7F, 1}, {0x80, 0xBF, 0}, {0xC0, 0xDF, 2}, {0xE0, 0xEF, 3}, {0xF0, 0xF7, 4},
-                          {0xF8, 0xFB, 5}, {0xFC, 0xFD, 6}, {0xFE, 0xFF, 0}}) {
+    for (const Row row : {Row{0x00, 0x7F, 1},
+                          {0x80, 0xBF, 0},
+                          {0xC0, 0xDF, 2},
+                          {0xE0, 0xEF, 3},
+                          {0xF0, 0xF7, 4},
+                          {0xF8, 0xFB, 5},
+                          {0xFC, 0xFD, 6},
+                          {0xFE, 0xFF, 0}}) {
         for (unsigned byte = row.from; byte <= row.to; ++byte) {
             EXPECT_EQ(nqcore::utf8_sequence_length(static_cast<char>(byte)), row.length) << byte;
         }
@@ -250,11 +259,11 @@ struct CodePointRow {
 };
 
 constexpr CodePointRow s_codePoints[] = {
-    {0, 1, 1},          {0x7F, 1, 1},       {0x80, 2, 1},        {0x7FF, 2, 1},      {0x800, 3, 1},
-    {0xD7FF, 3, 1},     {0xD800, 0, 0},     {0xDFFF, 0, 0},      {0xE000, 3, 1},     {0xFEFE, 3, 1},
-    {0xFEFF, 0, 0},     {0xFFFD, 3, 1},     {0xFFFE, 0, 0},      {0xFFFF, 0, 0},     {0x10000, 4, 2},
-    {0x10FFFF, 4, 2},   {0x110000, 4, 0},   {0x1FFFFF, 4, 0},    {0x200000, 5, 0},   {0x3FFFFFF, 5, 0},
-    {0x4000000, 6, 0},  {0x7FFFFFFF, 6, 0}, {0x80000000u, 0, 0}, {0xFFFFFFFFu, 0, 0},
+    {0, 1, 1},         {0x7F, 1, 1},       {0x80, 2, 1},        {0x7FF, 2, 1},       {0x800, 3, 1},
+    {0xD7FF, 3, 1},    {0xD800, 0, 0},     {0xDFFF, 0, 0},      {0xE000, 3, 1},      {0xFEFE, 3, 1},
+    {0xFEFF, 0, 0},    {0xFFFD, 3, 1},     {0xFFFE, 0, 0},      {0xFFFF, 0, 0},      {0x10000, 4, 2},
+    {0x10FFFF, 4, 2},  {0x110000, 4, 0},   {0x1FFFFF, 4, 0},    {0x200000, 5, 0},    {0x3FFFFFF, 5, 0},
+    {0x4000000, 6, 0}, {0x7FFFFFFF, 6, 0}, {0x80000000u, 0, 0}, {0xFFFFFFFFu, 0, 0},
 };
 
 TEST(Character, IsEncodedAndDecodedOrRefused) {
@@ -303,9 +312,9 @@ TEST(Character, OfUtf16NeedsItsPair) {
         std::u16string text;
         unsigned used;
     };
-    const Row rows[] = {{u"\xD7FF", 1},       {u"\xE000", 1}, {u"\xD83D\xDE00", 2}, {u"\xDBFF\xDFFF", 2}, {u"\xD83D", 0},
-                        {u"\xD83D\x0041", 0}, {u"\xDE00", 0}, {u"\xD83D\xD83D", 0}, {u"\xFEFF", 0},       {u"\xFFFE", 0},
-                        {u"\xFFFF", 0},       {u"\xFFFD", 1}};
+    const Row rows[] = {{u"\xD7FF", 1}, {u"\xE000", 1},       {u"\xD83D\xDE00", 2}, {u"\xDBFF\xDFFF", 2},
+                        {u"\xD83D", 0}, {u"\xD83D\x0041", 0}, {u"\xDE00", 0},       {u"\xD83D\xD83D", 0},
+                        {u"\xFEFF", 0}, {u"\xFFFE", 0},       {u"\xFFFF", 0},       {u"\xFFFD", 1}};
     for (const Row& row : rows) {
         char32_t codePoint = 7;
         errno = 0;

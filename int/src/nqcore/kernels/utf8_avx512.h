@@ -25,12 +25,12 @@ struct SecondByteTables {
 
 constexpr SecondByteTables make_second_byte_tables() noexcept {
     enum : unsigned char {
-        below_a0 = 1,     // E0: overlong
-        from_a0 = 2,      // ED: surrogates
-        below_90 = 4,     // F0: overlong
-        from_90 = 8,      // F4: above U+10FFFF
-        bb_or_bf = 16,    // EF: U+FEFF, U+FFFE and U+FFFF begin like this, and others too
-        any = 128,        // C0, C1: overlong; F5 and up: above U+10FFFF, five and six bytes, no lead at all
+        below_a0 = 1,   // E0: overlong
+        from_a0 = 2,    // ED: surrogates
+        below_90 = 4,   // F0: overlong
+        from_90 = 8,    // F4: above U+10FFFF
+        bb_or_bf = 16,  // EF: U+FEFF, U+FFFE and U+FFFF begin like this, and others too
+        any = 128,      // C0, C1: overlong; F5 and up: above U+10FFFF, five and six bytes, no lead at all
     };
     SecondByteTables tables{};
     const auto lead = [&tables](unsigned byte) -> unsigned char& { return tables.byLead[byte & 0x3F]; };

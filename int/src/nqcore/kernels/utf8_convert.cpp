@@ -4,8 +4,8 @@
 #include "kernels/kernel_choice.h"
 #include "kernels/utf8_validate.h"
 
-#include <algorithm>
 #include <emmintrin.h>
+#include <algorithm>
 
 namespace nqcore::kernels {
 namespace {
@@ -28,16 +28,42 @@ bool encode(unsigned codePoint, Ucs4Unit*& out) noexcept {
     return true;
 }
 
+/// Copies ASCII, eight units at a time.
 template <class In, class Out>
-void convert_scalar(Conversion<In, Out>& work) noexcept {
-    while (work.in != work.inEnd) {
+void copy_ascii(Conversion<In, Out>& work) noexcept {
+    constexpr std::size_t step = 8;
+    while (work.left() >= step && work.room() >= step) {
+        unsigned any = 0;
+        for (std::size_t i = 0; i < step; ++i) {
+            any |= work.in[i];
+        }
+        if (any >= 0x80) {
+            return;
+        }
+        for (std::size_t i = 0; i < step; ++i) {
+            work.out[i] = impl::make_unit<Out>(work.in[i]);
+        }
+        work.in += step;
+        work.out += step;
+    }
+}
+
+template <class In, class Out>
+void convert_scalar(Conversion<In, Out>& caller) noexcept {
+    Conversion<In, Out> work = caller;  // a local cannot be changed through the units written
+    for (;;) {
+        copy_ascii(work);
+        if (work.left() == 0) {
+            break;
+        }
         const impl::DecodedChar decoded = decode(work.in, work.left());
         if (decoded.length == 0 || decoded.codePoint > 0x10FFFF || work.room() < 4 ||
             !encode(decoded.codePoint, work.out)) {
-            return;
+            break;
         }
         work.in += decoded.length;
     }
+    caller = work;
 }
 
 template <class In>

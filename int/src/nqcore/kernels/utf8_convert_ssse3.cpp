@@ -85,8 +85,8 @@ NQCORE_SSSE3_INLINE Units make_units(__m128i bytes, __m128i before, bool nextCon
         const __m128i lowUnitHigh = _mm_or_si128(_mm_and_si128(units.high, all(0x03)), all(0xDC));
         units.high = select(lowUnits, lowUnitHigh, units.high);
         const __m128i middle = _mm_and_si128(first, all(0x3F));
-        const __m128i lowByte = _mm_sub_epi8(
-            select(all(0x03), _mm_srli_epi16(bytes, 4), _mm_slli_epi16(middle, 2)), all(0x40));
+        const __m128i lowByte =
+            _mm_sub_epi8(select(all(0x03), _mm_srli_epi16(bytes, 4), _mm_slli_epi16(middle, 2)), all(0x40));
         const __m128i borrow = _mm_cmpgt_epi8(all(0x10), middle);  // minus one where true
         const __m128i highByte = _mm_add_epi8(_mm_add_epi8(_mm_and_si128(second, all(0x07)), all(0xD8)), borrow);
         units.low = select(highUnits, lowByte, units.low);
@@ -170,7 +170,8 @@ NQCORE_SSSE3_INLINE unsigned count_bytes(const UnitMasks& masks) noexcept {
     const unsigned oneMore = bits_of(masks.from80);
     // A mask has two bits for each unit.
     return 8 + (s_compress.count[oneMore & 0xFF] + s_compress.count[oneMore >> 8] + s_compress.count[twoMore & 0xFF] +
-                s_compress.count[twoMore >> 8]) / 2u;
+                s_compress.count[twoMore >> 8]) /
+                   2u;
 }
 
 /// Writes the bytes that are not 0xFF, which no UTF-8 holds; touches 16 bytes at `out`.
@@ -202,12 +203,12 @@ NQCORE_SSSE3_INLINE unsigned write_bytes(__m128i units, const UnitMasks& masks, 
         units = select(masks.highs, highs, select(masks.lows, lows, units));
     }
     // Byte pairs [first, middle] and [last, none] of each unit, on the fixed bits of its length.
-    const __m128i middleFrame = select(
-        masks.highs, all16(0xF0FF),
-        select(masks.lows, all16(0x80FF), select(masks.from800, all16(0x80E0), all16(0xC0FF))));
+    const __m128i middleFrame =
+        select(masks.highs, all16(0xF0FF),
+               select(masks.lows, all16(0x80FF), select(masks.from800, all16(0x80E0), all16(0xC0FF))));
     const __m128i middle = _mm_slli_epi16(_mm_and_si128(_mm_srli_epi16(units, 6), all16(0x3F)), 8);
-    const __m128i front = select(masks.from80,
-                                 _mm_or_si128(_mm_or_si128(_mm_srli_epi16(units, 12), middle), middleFrame), all(0xFF));
+    const __m128i front =
+        select(masks.from80, _mm_or_si128(_mm_or_si128(_mm_srli_epi16(units, 12), middle), middleFrame), all(0xFF));
     const __m128i end = select(masks.from80, _mm_or_si128(_mm_and_si128(units, all16(0x3F)), all16(0xFF80)),
                                _mm_or_si128(units, all16(0xFF00)));
     const unsigned written = write_wanted(_mm_unpacklo_epi16(front, end), out);

@@ -15,13 +15,13 @@ inline constexpr unsigned char s_twoContinuations = 0x80;
 
 constexpr Utf8NibbleTables make_utf8_nibble_tables() noexcept {
     enum : unsigned char {
-        too_short = 1,        // a lead without a continuation byte
-        too_long = 2,         // ASCII with one
-        overlong_2 = 4,       // C0, C1
-        overlong_3 = 8,       // E0 with 80 to 9F
-        surrogate = 16,       // ED with A0 to BF
-        overlong_4 = 32,      // F0 with 80 to 8F; also F5 to FF with these
-        above_10ffff = 64,    // F4 with 90 to BF, F5 to FF with these
+        too_short = 1,      // a lead without a continuation byte
+        too_long = 2,       // ASCII with one
+        overlong_2 = 4,     // C0, C1
+        overlong_3 = 8,     // E0 with 80 to 9F
+        surrogate = 16,     // ED with A0 to BF
+        overlong_4 = 32,    // F0 with 80 to 8F; also F5 to FF with these
+        above_10ffff = 64,  // F4 with 90 to BF, F5 to FF with these
         two_continuations = s_twoContinuations,
     };
     constexpr unsigned char always = too_short | too_long | two_continuations;  // what the low nibble does not change

@@ -18,13 +18,13 @@ NQCORE_AVX512_INLINE __m512i select(__m512i mask, __m512i a, __m512i b) noexcept
 /// Up to 64 bytes that hold whole characters, all plainly good.
 struct Block {
     __m512i bytes;
-    __m512i previous;              ///< the byte before each continuation byte; zero elsewhere
+    __m512i previous;  ///< the byte before each continuation byte; zero elsewhere
     std::uint64_t continuations;
-    std::uint64_t ends;            ///< last bytes of characters
-    std::uint64_t thirds;          ///< third bytes of characters
+    std::uint64_t ends;    ///< last bytes of characters
+    std::uint64_t thirds;  ///< third bytes of characters
     std::uint64_t leads4;
-    std::uint64_t keep;            ///< positions that count
-    unsigned size;                 ///< bytes that count; 0 when the first character is in doubt or not complete
+    std::uint64_t keep;  ///< positions that count
+    unsigned size;       ///< bytes that count; 0 when the first character is in doubt or not complete
 };
 
 NQCORE_AVX512_INLINE Block read_block(const Utf8Byte* in, std::size_t left) noexcept {
@@ -98,8 +98,8 @@ NQCORE_AVX512_INLINE void make_pairs(const Block& block, __m512i beforePrevious,
     high = _mm512_mask_mov_epi8(high, lowUnits, lowUnitHigh);
     // High unit: 0xD7C0 + (lead << 8 | second << 2 | third >> 4), with the borrow of 0x40 from the upper byte.
     const __m512i second = _mm512_and_si512(block.previous, all(0x3F));
-    const __m512i lowByte = _mm512_sub_epi8(
-        select(all(0x03), _mm512_srli_epi16(block.bytes, 4), _mm512_slli_epi16(second, 2)), all(0x40));
+    const __m512i lowByte =
+        _mm512_sub_epi8(select(all(0x03), _mm512_srli_epi16(block.bytes, 4), _mm512_slli_epi16(second, 2)), all(0x40));
     const __mmask64 borrow = _mm512_cmplt_epu8_mask(second, all(0x10));
     const __m512i withoutBorrow = _mm512_add_epi8(_mm512_and_si512(beforePrevious, all(0x07)), all(0xD8));
     const __m512i highByte = _mm512_mask_sub_epi8(withoutBorrow, borrow, withoutBorrow, all(1));
@@ -114,7 +114,8 @@ NQCORE_AVX512_INLINE __m256i upper_half(__m512i bytes) noexcept { return _mm512_
 
 }  // namespace
 
-NQCORE_AVX512 void utf8_to_utf16_avx512(Conversion<Utf8Byte, Utf16Unit>& work) noexcept {
+NQCORE_AVX512 void utf8_to_utf16_avx512(Conversion<Utf8Byte, Utf16Unit>& caller) noexcept {
+    Conversion<Utf8Byte, Utf16Unit> work = caller;
     while (work.in != work.inEnd) {
         while (work.left() >= 64 && work.room() >= 64) {
             const __m512i bytes = _mm512_loadu_si512(work.in);
@@ -125,6 +126,9 @@ NQCORE_AVX512 void utf8_to_utf16_avx512(Conversion<Utf8Byte, Utf16Unit>& work) n
             _mm512_storeu_si512(work.out + 32, _mm512_cvtepu8_epi16(upper_half(bytes)));
             work.in += 64;
             work.out += 64;
+        }
+        if (work.left() == 0) {
+            break;
         }
         const Block block = read_block(work.in, work.left());
         const std::uint64_t unitEnds = block.ends | block.leads4 << 2;
@@ -149,9 +153,11 @@ NQCORE_AVX512 void utf8_to_utf16_avx512(Conversion<Utf8Byte, Utf16Unit>& work) n
         work.in += block.size;
         work.out += units;
     }
+    caller = work;
 }
 
-NQCORE_AVX512 void utf8_to_ucs4_avx512(Conversion<Utf8Byte, Ucs4Unit>& work) noexcept {
+NQCORE_AVX512 void utf8_to_ucs4_avx512(Conversion<Utf8Byte, Ucs4Unit>& caller) noexcept {
+    Conversion<Utf8Byte, Ucs4Unit> work = caller;
     while (work.in != work.inEnd) {
         const Block block = read_block(work.in, work.left());
         const unsigned units = static_cast<unsigned>(std::popcount(block.ends));
@@ -165,8 +171,8 @@ NQCORE_AVX512 void utf8_to_ucs4_avx512(Conversion<Utf8Byte, Ucs4Unit>& work) noe
         // Bits 16 to 20, of four-byte characters only: two of the second byte and three of the lead.
         const __m512i leads = _mm512_slli_epi16(_mm512_and_si512(shift_up<3>(block.bytes, fourths), all(0x07)), 2);
         const __m512i seconds = _mm512_and_si512(_mm512_srli_epi16(beforePrevious, 4), all(0x03));
-        const __m512i top = _mm512_maskz_compress_epi8(
-            block.ends, _mm512_maskz_mov_epi8(fourths, _mm512_or_si512(leads, seconds)));
+        const __m512i top =
+            _mm512_maskz_compress_epi8(block.ends, _mm512_maskz_mov_epi8(fourths, _mm512_or_si512(leads, seconds)));
         const __m512i units0 = join(low, high, s_unitOrder.first);
         const __m512i units32 = join(low, high, s_unitOrder.second);
         const __m256i parts[] = {lower_half(units0), upper_half(units0), lower_half(units32), upper_half(units32)};
@@ -174,13 +180,14 @@ NQCORE_AVX512 void utf8_to_ucs4_avx512(Conversion<Utf8Byte, Ucs4Unit>& work) noe
                                 _mm512_extracti32x4_epi32(top, 2), _mm512_extracti32x4_epi32(top, 3)};
         const std::uint64_t stored = low_bits(units);
         for (unsigned i = 0; i < 4 && i * 16 < units; ++i) {
-            const __m512i codePoints = _mm512_or_si512(_mm512_cvtepu16_epi32(parts[i]),
-                                                       _mm512_slli_epi32(_mm512_cvtepu8_epi32(tops[i]), 16));
+            const __m512i codePoints =
+                _mm512_or_si512(_mm512_cvtepu16_epi32(parts[i]), _mm512_slli_epi32(_mm512_cvtepu8_epi32(tops[i]), 16));
             _mm512_mask_storeu_epi32(work.out + i * 16, static_cast<__mmask16>(stored >> (i * 16)), codePoints);
         }
         work.in += block.size;
         work.out += units;
     }
+    caller = work;
 }
 
 }  // namespace nqcore::kernels

@@ -30,13 +30,13 @@ NQCORE_AVX2_INLINE __m256i check_vector(__m256i bytes, __m256i before) noexcept 
     const __m256i first = earlier<1>(bytes, before);
     const __m256i second = earlier<2>(bytes, before);
     const __m256i third = earlier<3>(bytes, before);
-    const __m256i pairs = _mm256_and_si256(
-        _mm256_and_si256(look_up(s_utf8Nibbles.firstHigh, high_nibbles(first)),
-                         look_up(s_utf8Nibbles.firstLow, _mm256_and_si256(first, all(0x0F)))),
-        look_up(s_utf8Nibbles.secondHigh, high_nibbles(bytes)));
+    const __m256i pairs =
+        _mm256_and_si256(_mm256_and_si256(look_up(s_utf8Nibbles.firstHigh, high_nibbles(first)),
+                                          look_up(s_utf8Nibbles.firstLow, _mm256_and_si256(first, all(0x0F)))),
+                         look_up(s_utf8Nibbles.secondHigh, high_nibbles(bytes)));
     // The top bit where a third or fourth byte is due.
-    const __m256i due = _mm256_or_si256(_mm256_subs_epu8(second, all(0xE0 - 0x80)),
-                                        _mm256_subs_epu8(third, all(0xF0 - 0x80)));
+    const __m256i due =
+        _mm256_or_si256(_mm256_subs_epu8(second, all(0xE0 - 0x80)), _mm256_subs_epu8(third, all(0xF0 - 0x80)));
     const __m256i faults = _mm256_xor_si256(pairs, _mm256_and_si256(due, all(s_twoContinuations)));
     // EF BB BF, EF BF BE and EF BF BF.
     const __m256i isLead = _mm256_cmpeq_epi8(second, all(0xEF));

@@ -24,19 +24,17 @@ NQCORE_SSSE3_INLINE __m128i check_vector(__m128i bytes, __m128i before) noexcept
     const __m128i first = _mm_alignr_epi8(bytes, before, 15);
     const __m128i second = _mm_alignr_epi8(bytes, before, 14);
     const __m128i third = _mm_alignr_epi8(bytes, before, 13);
-    const __m128i pairs =
-        _mm_and_si128(_mm_and_si128(look_up(s_utf8Nibbles.firstHigh, high_nibbles(first)),
-                                    look_up(s_utf8Nibbles.firstLow, _mm_and_si128(first, all(0x0F)))),
-                      look_up(s_utf8Nibbles.secondHigh, high_nibbles(bytes)));
+    const __m128i pairs = _mm_and_si128(_mm_and_si128(look_up(s_utf8Nibbles.firstHigh, high_nibbles(first)),
+                                                      look_up(s_utf8Nibbles.firstLow, _mm_and_si128(first, all(0x0F)))),
+                                        look_up(s_utf8Nibbles.secondHigh, high_nibbles(bytes)));
     // The top bit where a third or fourth byte is due.
-    const __m128i due =
-        _mm_or_si128(_mm_subs_epu8(second, all(0xE0 - 0x80)), _mm_subs_epu8(third, all(0xF0 - 0x80)));
+    const __m128i due = _mm_or_si128(_mm_subs_epu8(second, all(0xE0 - 0x80)), _mm_subs_epu8(third, all(0xF0 - 0x80)));
     const __m128i faults = _mm_xor_si128(pairs, _mm_and_si128(due, all(s_twoContinuations)));
     // EF BB BF, EF BF BE and EF BF BF.
     const __m128i isLead = _mm_cmpeq_epi8(second, all(0xEF));
     const __m128i feff = _mm_and_si128(_mm_cmpeq_epi8(first, all(0xBB)), _mm_cmpeq_epi8(bytes, all(0xBF)));
-    const __m128i ffff = _mm_and_si128(_mm_cmpeq_epi8(first, all(0xBF)),
-                                       _mm_cmpeq_epi8(_mm_max_epu8(bytes, all(0xBE)), bytes));
+    const __m128i ffff =
+        _mm_and_si128(_mm_cmpeq_epi8(first, all(0xBF)), _mm_cmpeq_epi8(_mm_max_epu8(bytes, all(0xBE)), bytes));
     return _mm_or_si128(faults, _mm_and_si128(isLead, _mm_or_si128(feff, ffff)));
 }
 
