@@ -84,17 +84,17 @@ Verdict time_of_day(string_view text) {
         }
         const string_view rest = text.substr(1);
         switch (text[0]) {
-        case '.':
-        case ',':
-            return with_fraction(rest, sum, s_units[part]);
-        case 'Z':
-        case 'z':
-            return after_z(rest, sum);
-        case '+':
-        case '-':
-            return {"no timezone offset", 0};
-        default:
-            break;
+            case '.':
+            case ',':
+                return with_fraction(rest, sum, s_units[part]);
+            case 'Z':
+            case 'z':
+                return after_z(rest, sum);
+            case '+':
+            case '-':
+                return {"no timezone offset", 0};
+            default:
+                break;
         }
     }
     return {s_badTime, 0};
@@ -123,7 +123,7 @@ Verdict verdict_on(string_view text) {
             c = c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c;
         }
         return upper == "INF" || upper == "##INFINITE##" ? Verdict{nullptr, INT64_MAX}
-                                                          : Verdict{"Invalid UTC time string: ", 0};
+                                                         : Verdict{"Invalid UTC time string: ", 0};
     }
     std::string date;
     if (text[4] == '-' && text[7] == '-') {

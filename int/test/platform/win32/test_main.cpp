@@ -6,8 +6,8 @@
 #include <gmock/gmock.h>
 #include <windows.h>
 
-#include <atomic>
 #include <tlhelp32.h>
+#include <atomic>
 
 namespace {
 

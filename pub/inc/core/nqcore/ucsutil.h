@@ -22,9 +22,9 @@ namespace nqcore {
 /// What is wrong with a sequence of UTF-8 bytes; each has one message.
 enum class Utf8Fault : unsigned char {
     none = 0,
-    invalid_first_byte = 1,       ///< 0x80 to 0xBF, 0xFE or 0xFF where a character must begin
-    partial_sequence = 2,         ///< fewer bytes remain than the first byte asks for, whatever they are
-    overlong = 3,                 ///< a shorter form exists; in four bytes and more this is found before a bad second byte
+    invalid_first_byte = 1,  ///< 0x80 to 0xBF, 0xFE or 0xFF where a character must begin
+    partial_sequence = 2,    ///< fewer bytes remain than the first byte asks for, whatever they are
+    overlong = 3,            ///< a shorter form exists; in four bytes and more this is found before a bad second byte
     invalid_subsequent_byte = 4,  ///< not 0x80 to 0xBF
     surrogate = 5,                ///< U+D800 to U+DFFF
     bom_fffe = 6,                 ///< never found by the whole-string functions
