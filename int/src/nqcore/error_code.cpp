@@ -31,6 +31,8 @@ constexpr std::string_view s_errnoPrefix = "error.errno.";
 
 }  // namespace
 
+constexpr unsigned ErrorCode::npos;
+
 void ErrorCode::append_segment(const char* segment) { append_segment(segment, npos); }
 
 void ErrorCode::append_segment(const char* segment, unsigned length) {

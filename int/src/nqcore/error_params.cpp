@@ -113,6 +113,8 @@ const std::string& empty_value() noexcept {
 
 }  // namespace
 
+constexpr unsigned ErrorParams::npos;
+
 ErrorParams::ErrorParams(const ErrorParams& other) {
     if (other.empty()) {
         return;
