@@ -16,6 +16,8 @@ if(WIN32)
     # -gdwarf-4: the newest form that the debug-help library reads.
     target_compile_options(nqcore_code_flags INTERFACE -gdwarf-4)
     target_compile_definitions(nqcore_code_flags INTERFACE _WIN32_WINNT=0x0601 WINVER=0x0601)
+elseif(NQCORE_SANITIZE)
+    target_compile_options(nqcore_code_flags INTERFACE -g1)   # lines for the reports; full information takes long
 else()
     target_compile_options(nqcore_code_flags INTERFACE -g)
 endif()

@@ -64,21 +64,16 @@ constexpr ScrubCase s_scrubCases[] = {
     {"stamps_of_all_lines", "2026-11-01 01\nx 2026-11-01 01\n2026-11-01 02:30",
      "2026-11-01T01:00:00.0Z\nx 2026-11-01 01\n2026-11-01T02:30:00.0Z"},
     {"unreadable_stamp", "2026-11-01T12:34:56+01:00 x\n", "2026-11-01T12:34:56+01:00 x\n"},
-    {"infinite", "9999-12-31 23:59:59.999999999\n", "9999-12-31T23:59:59.999999999Z\n"},
     {"stamp_behind_bad_byte",
      "\xFF"
      "2026-11-01 12:34:56\n",
      "?2026-11-01 12:34:56\n"},
     {"card", "card 4111111111111111 end\n", "card 41111-------1111 end\n"},
-    {"card_at_end_of_line", "card 4111111111111111\r\n4111111111111111\n",
-     "card 41111-------1111\r\n41111-------1111\n"},
+    {"card_at_end_of_line", "card 4111111111111111\r\n", "card 41111-------1111\r\n"},
     {"card_and_stamp", "2026-11-01 12:34:56 4111111111111111", "2026-11-01T12:34:56.0Z 41111-------1111"},
     {"path", "/4111111111111111 \n", "/4111111111111111 \n"},
-    {"twelve_digits_inside", "411111111117 x\n", "41111---1117 x\n"},
-    {"twelve_digits_at_end_of_line", "x 411111111117\nx 411111111117\r\nx 411111111117",
-     "x 411111111117\nx 411111111117\r\nx 411111111117"},
-    {"twelve_digits_between", "x 411111111117 y\nx 411111111117\nx 411111111117 y\n",
-     "x 41111---1117 y\nx 411111111117\nx 41111---1117 y\n"},
+    {"twelve_digits_between", "x 411111111117 y\nx 411111111117\r\nx 411111111117 y\nx 411111111117",
+     "x 41111---1117 y\nx 411111111117\r\nx 41111---1117 y\nx 411111111117"},
     {"carriage_return_is_text", "411111111117\r", "41111---1117\r"},
     {"digits_of_two_lines", "41111111\n11111111\n", "41111111\n11111111\n"},
     {"bad_bytes", "a\xC0\x80z\xED\xA0\x80\xFF\n", "a??z????\n"},
@@ -132,29 +127,27 @@ TEST(Scrubber, ReportShowsNoCardNumber) {
 // All that the rules of masking and repair look at, and what is round it. No stamps: a line that is longer than a chunk
 // has its stamp within the first of them, which these small chunks cannot promise.
 std::string random_text(std::mt19937& random, std::size_t length) {
-    static constexpr std::string_view pieces[] = {
-        "4111111111111111",
-        "411111111117",
-        "4222222222222",
-        "11111111111111111",
-        "1",
-        "7",
-        "/",
-        "/",
-        "x",
-        " ",
-        "\r",
-        "\n",
-        "\r\n",
-        "\x80",
-        "\xC3\xA9",
-        "\xE2\x82\xAC",
-        "\xF0\x9F\x98\x80",
-        "\xE2\x82",
-        "\xFF",
-        "\xF0",
-        "\xFC\x84\x80",
-    };
+    static constexpr std::string_view pieces[] = {"4111111111111111",
+                                                  "411111111117",
+                                                  "4222222222222",
+                                                  "11111111111111111",
+                                                  "1",
+                                                  "7",
+                                                  "/",
+                                                  "/",
+                                                  "x",
+                                                  " ",
+                                                  "\r",
+                                                  "\n",
+                                                  "\r\n",
+                                                  "\x80",
+                                                  "\xC3\xA9",
+                                                  "\xE2\x82\xAC",
+                                                  "\xF0\x9F\x98\x80",
+                                                  "\xE2\x82",
+                                                  "\xFF",
+                                                  "\xF0",
+                                                  "\xFC\x84\x80"};
     // Each text keeps to a few pieces: that is what makes long runs of one kind.
     std::string text;
     const std::size_t kinds = 1 + random() % 4;
@@ -166,13 +159,27 @@ std::string random_text(std::mt19937& random, std::size_t length) {
     return text;
 }
 
+void expect_all_bytes(std::string_view text, std::size_t mostAtOnce, std::size_t capacity, std::size_t window) {
+    TextSource source(text, mostAtOnce);
+    nq::ChunkReader reader(source, capacity, window);
+    std::string joined;
+    for (nq::Chunk chunk; reader.next(chunk);) {
+        ASSERT_LE(chunk.size, capacity);
+        ASSERT_EQ(chunk.startsLine, joined.empty() || joined.ends_with('\n'));
+        joined += chunk.view();
+    }
+    ASSERT_EQ(joined, text);
+}
+
 TEST(Scrubber, ResultDoesNotDependOnChunks) {
     std::mt19937 random(20261101);
     for (int round = 0; round < 50'000; ++round) {
         const std::string text = random_text(random, random() % 400);
         const std::size_t window = 23 + random() % 20;
         const std::size_t capacity = window + 1 + random() % 100;
-        TextSource source(text, 1 + random() % 150);
+        const std::size_t mostAtOnce = 1 + random() % 150;
+        expect_all_bytes(text, mostAtOnce, capacity, window);
+        TextSource source(text, mostAtOnce);
         nq::ChunkReader reader(source, capacity, window);
         const Scrubbed inChunks = scrub(reader);
         const Scrubbed whole = scrub(text);
@@ -180,27 +187,10 @@ TEST(Scrubber, ResultDoesNotDependOnChunks) {
         ASSERT_EQ(inChunks.report.lines(), whole.report.lines());
         ASSERT_EQ(inChunks.report.repairedBytes, whole.report.repairedBytes);
         ASSERT_EQ(inChunks.report.maskedNumbers, whole.report.maskedNumbers);
-        ASSERT_EQ(inChunks.report.firstRepaired.has_value(), whole.report.firstRepaired.has_value());
-        if (whole.report.firstRepaired) {
-            ASSERT_EQ(inChunks.report.firstRepaired->offset, whole.report.firstRepaired->offset);
-            ASSERT_EQ(inChunks.report.firstRepaired->line, whole.report.firstRepaired->line);
-        }
-    }
-}
-
-TEST(Scrubber, ChunksKeepAllBytesAndStayBounded) {
-    std::mt19937 random(7);
-    for (int round = 0; round < 2'000; ++round) {
-        const std::string text = random_text(random, random() % 1000);
-        TextSource source(text, 1 + random() % 300);
-        nq::ChunkReader reader(source, 64, 23);
-        std::string joined;
-        for (nq::Chunk chunk; reader.next(chunk);) {
-            ASSERT_LE(chunk.size, 64u);
-            ASSERT_EQ(chunk.startsLine, joined.empty() || joined.ends_with('\n'));
-            joined += chunk.view();
-        }
-        ASSERT_EQ(joined, text);
+        const auto& repaired = whole.report.firstRepaired;
+        ASSERT_EQ(inChunks.report.firstRepaired.has_value(), repaired.has_value());
+        ASSERT_TRUE(!repaired || inChunks.report.firstRepaired->offset == repaired->offset);
+        ASSERT_TRUE(!repaired || inChunks.report.firstRepaired->line == repaired->line);
     }
 }
 
@@ -208,7 +198,6 @@ TEST(Scrubber, ChunksKeepAllBytesAndStayBounded) {
 TEST(Scrubber, SampleLogShowsEverything) {
     std::ifstream file(NQ_SOURCE_DIR "/examples/logs/sample.log", std::ios::binary);
     const std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-    ASSERT_FALSE(text.empty());
     EXPECT_NE(text.find("\r\n"), std::string::npos);
     EXPECT_FALSE(text.ends_with('\n'));
     const nq::ScrubReport report = scrub(text).report;

@@ -5,9 +5,9 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -43,93 +43,80 @@ Answer run(const std::vector<std::string>& words) {
     return answer;
 }
 
+// The words of a command line, which are separated by blanks.
+std::vector<std::string> words_of(std::string_view command) {
+    std::istringstream stream{std::string(command)};
+    return {std::istream_iterator<std::string>(stream), {}};
+}
+
 struct ToolCase {
-    const char* name;
-    std::vector<std::string> words;
+    const char* command;
     int exitCode;
     std::string out;       ///< all of it
     const char* err = "";  ///< part of it; "" means that there is none
 };
 
 const ToolCase s_timeCases[] = {
-    {"iso",
-     {"time", "--iso", "20200229t1234", "2020-02-29 24:00:00"},
-     0,
-     "2020-02-29T12:34:00.0Z\n2020-03-01T00:00:00.0Z\n"},
-    {"two_forms", {"time", "--ns", "--utc", "1970-01-01T00:00:00.5Z"}, 0, "1970-01-01 00:00:00.5\t500000000\n"},
-    {"all_forms",
-     {"time", "2020-02-29T12:30Z"},
-     0,
+    {"time --iso 20200229t1234 2020-02-29T24:00:00", 0, "2020-02-29T12:34:00.0Z\n2020-03-01T00:00:00.0Z\n"},
+    {"time --ns --utc 1970-01-01T00:00:00.5Z", 0, "1970-01-01 00:00:00.5\t500000000\n"},
+    {"time 2020-02-29T12:30Z", 0,
      "UTC          2020-02-29 12:30:00.0\n"
      "ISO 8601     2020-02-29T12:30:00.0Z\n"
      "components   year 2020, month 2, day 29, hour 12, minute 30, second 0, nanosecond 0, Saturday\n"
      "Julian day   2458909\n"
      "Julian date  2458909.0208333335\n"
      "nanoseconds  1582979400000000000\n"},
-    {"json",
-     {"time", "--json", "--iso", "--jd", "INF"},
-     0,
-     "{\"iso\":\"9999-12-31T23:59:59.999999999Z\",\"jd\":null}\n"},
-    {"from_ns", {"time", "--from", "ns", "--iso", "1"}, 0, "1970-01-01T00:00:00.000000001Z\n"},
-    {"from_s", {"time", "--from=s", "--iso", "--", "-1"}, 0, "1969-12-31T23:59:59.0Z\n"},
-    {"from_jdn", {"time", "--from", "jdn", "--iso", "2440588"}, 0, "1970-01-01T12:00:00.0Z\n"},
-    {"from_jd", {"time", "--from", "jd", "--iso", "2440587.5"}, 0, "1970-01-01T00:00:00.0Z\n"},
-    {"one_of_three_bad",
-     {"time", "--brief", "--ns", "1970-01-01 00:00:00", "x", "INF"},
-     1,
-     "0\n9223372036854775807\n",
+    {"time --json --iso --jd INF", 0, "{\"iso\":\"9999-12-31T23:59:59.999999999Z\",\"jd\":null}\n"},
+    {"time --from ns --iso 1", 0, "1970-01-01T00:00:00.000000001Z\n"},
+    {"time --from=s --iso -- -1", 0, "1969-12-31T23:59:59.0Z\n"},
+    {"time --from jdn --iso 2440588", 0, "1970-01-01T12:00:00.0Z\n"},
+    {"time --from jd --iso 2440587.5", 0, "1970-01-01T00:00:00.0Z\n"},
+    {"time --brief --ns 1970-01-01T00:00:00 x INF", 1, "0\n9223372036854775807\n",
      "nq: Invalid UTC time string: \"x\" [error.nqcore.absoluteTime.invalidUtcString]\n"},
-    {"seconds_beyond", {"time", "--from", "s", "9223372037"}, 1, "", "error.nqcore.absoluteTime.range"},
-    {"no_number", {"time", "--from", "ns", "1x"}, 1, "", "error.nqcore.string.extraction"},
-    {"unknown_form", {"time", "--from", "x", "1"}, 2, "", "error.nq.usage"},
+    {"time --from s 9223372037", 1, "", "error.nqcore.absoluteTime.range"},
+    {"time --from ns 1x", 1, "", "error.nqcore.string.extraction"},
+    {"time --from x 1", 2, "", "error.nq.usage"},
 };
 
 const ToolCase s_errorCases[] = {
-    {"family",
-     {"error", "list", "error.nqcore.cast.valueTooBig"},
-     0,
+    {"error list error.nqcore.cast.valueTooBig", 0,
      "nqcore_cast_valueTooBig                 error.nqcore.cast.valueTooBig\n"
      "nqcore_cast_valueTooBig_signReversal    error.nqcore.cast.valueTooBig.signReversal\n"},
-    {"list_json",
-     {"error", "list", "error.nqcore.future.nullError", "--json"},
-     0,
+    {"error list error.nqcore.future.nullError --json", 0,
      "{\"constant\":\"nqcore_future_nullError\",\"code\":\"error.nqcore.future.nullError\"}\n"},
-    {"show", {"error", "show", "--brief", "0x2"}, 0, "nq: No such file, directory, or resource [error.errno.ENOENT]\n"},
-    {"show_nothing", {"error", "show", "zz"}, 2, "", "error.nqcore.string.extraction"},
-    {"match", {"error", "match", "error.a.b", "error.a"}, 0, "true\n"},
-    {"no_match", {"error", "match", "error.ab", "error.a"}, 1, "false\n"},
-    {"match_all", {"error", "match", "error.ab", "."}, 0, "true\n"},
-    {"match_json", {"error", "match", "a", "a", "--json"}, 0, "{\"code\":\"a\",\"prefix\":\"a\",\"matches\":true}\n"},
-    {"match_needs_two", {"error", "match", "a"}, 2, "", "PREFIX is required"},
+    {"error show --brief 0x2", 0, "nq: No such file, directory, or resource [error.errno.ENOENT]\n"},
+    {"error show zz", 2, "", "error.nqcore.string.extraction"},
+    {"error match error.a.b error.a", 0, "true\n"},
+    {"error match error.ab error.a", 1, "false\n"},
+    {"error match a a --json", 0, "{\"code\":\"a\",\"prefix\":\"a\",\"matches\":true}\n"},
+    {"error match a", 2, "", "PREFIX is required"},
 };
 
 const ToolCase s_usageCases[] = {
-    {"nothing", {}, 2, "", "A subcommand is required"},
-    {"unknown_command", {"wash"}, 2, "", "error.nq.usage"},
-    {"unknown_option", {"scrub", "--foam"}, 2, "", "--foam"},
-    {"windows_style", {"scrub", "/help"}, 1, "", "cannot open '/help'"},
-    {"brackets_are_a_name", {"--brief", "scrub", "[a,b]"}, 1, "", "nq: cannot open '[a,b]' [error.nq.input]: "},
-    {"bad_replacement", {"utf8", "repair", "--replacement", "\xC3\xA9"}, 2, "", "--replacement takes one ASCII"},
-    {"both_orders", {"utf8", "to-utf16", "--be", "--le", "-"}, 2, "", "exclude each other"},
-    {"output_is_input", {"scrub", s_inputName, "-o", s_inputName}, 2, "", "the output is also an input"},
-    {"output_will_be_input", {"scrub", "nq_no_such_file", "-o", "nq_no_such_file"}, 2, "", "also an input"},
+    {"", 2, "", "A subcommand is required"},
+    {"wash", 2, "", "error.nq.usage"},
+    {"scrub --foam", 2, "", "--foam"},
+    {"scrub /help", 1, "", "cannot open '/help'"},  // no option, on Windows either
+    {"--brief scrub [a,b]", 1, "", "nq: cannot open '[a,b]' [error.nq.input]: "},
+    {"utf8 repair --replacement \xC3\xA9", 2, "", "--replacement takes one ASCII"},
+    {"utf8 to-utf16 --be --le -", 2, "", "exclude each other"},
+    {"scrub nq_tool_test.in -o nq_tool_test.in", 2, "", "the output is also an input"},
+    {"scrub nq_no_such_file -o nq_no_such_file", 2, "", "also an input"},
 };
 
 void check(const ToolCase& row) {
-    const Answer answer = run(row.words);
-    EXPECT_EQ(answer.exitCode, row.exitCode) << row.name << '\n' << answer.err;
-    EXPECT_EQ(answer.out, row.out) << row.name;
-    EXPECT_NE(answer.err.find(row.err), std::string::npos) << row.name << '\n' << answer.err;
-    EXPECT_EQ(answer.err.empty(), *row.err == '\0') << row.name << '\n' << answer.err;
+    const Answer answer = run(words_of(row.command));
+    SCOPED_TRACE(row.command + ('\n' + answer.err));
+    EXPECT_EQ(answer.exitCode, row.exitCode);
+    EXPECT_EQ(answer.out, row.out);
+    EXPECT_NE(answer.err.find(row.err), std::string::npos);
+    EXPECT_EQ(answer.err.empty(), *row.err == '\0');
 }
 
-TEST(Tool, Time) {
+TEST(Tool, TimesAndErrors) {
     for (const ToolCase& row : s_timeCases) {
         check(row);
     }
-}
-
-TEST(Tool, Error) {
     for (const ToolCase& row : s_errorCases) {
         check(row);
     }
@@ -150,48 +137,34 @@ struct FileCase {
 };
 
 const FileCase s_fileCases[] = {
-    {"a\xC3\xA9\n", {"valid", {"utf8", "check", s_inputName}, 0, "'nq_tool_test.in': valid, 4 bytes\n"}},
+    {"a\xC3\xA9\n", {"utf8 check nq_tool_test.in", 0, "'nq_tool_test.in': valid, 4 bytes\n"}},
     {"a\n\xC3\xA9"
      "b\xE2\x82\n",
-     {"cut_short_by_ascii",
-      {"utf8", "check", "--brief", s_inputName},
-      1,
-      "'nq_tool_test.in': invalid at offset 5, line 2, column 3\n",
+     {"utf8 check --brief nq_tool_test.in", 1, "'nq_tool_test.in': invalid at offset 5, line 2, column 3\n",
       "[error.nq.text]: Invalid subsequent byte in UTF-8 character sequence [error.nqcore.string.utf8.invalid]"}},
     {"ab\xE2\x82",
-     {"cut_short_by_end",
-      {"utf8", "check", "--brief", s_inputName},
-      1,
-      "'nq_tool_test.in': invalid at offset 2, line 1, column 3\n",
+     {"utf8 check --brief nq_tool_test.in", 1, "'nq_tool_test.in': invalid at offset 2, line 1, column 3\n",
       "String ends in a partial UTF-8 sequence [error.nqcore.string.utf8.partial]"}},
     {"one\ntwo",
-     {"check_json",
-      {"utf8", "check", "--json", s_inputName},
-      0,
+     {"utf8 check --json nq_tool_test.in", 0,
       "{\"input\":\"nq_tool_test.in\",\"valid\":true,\"bytes\":7,\"lines\":2}\n"}},
-    {"a\xC0\x80\n\xF0", {"repair", {"utf8", "repair", "--replacement", "_", s_inputName}, 0, "a__\n_"}},
-    {"h\xC3\xA9\xF0\x9F\x98\x80", {"to_le", {"utf8", "to-utf16", s_inputName}, 0, "h\0\xE9\0\x3D\xD8\x00\xDE"s}},
-    {"h\xC3\xA9", {"to_be_with_mark", {"utf8", "to-utf16", "--be", "--bom", s_inputName}, 0, "\xFE\xFF\0h\0\xE9"s}},
-    {"ab\xF4\x90\x80\x80",
-     {"no_utf16_form", {"utf8", "to-utf16", s_inputName}, 1, "a\0b\0"s, "at offset 2 (line 1, column 3)"}},
-    {"a\0\n\0\xE9\0"s, {"from_le", {"utf8", "from-utf16", s_inputName}, 0, "a\n\xC3\xA9"}},
-    {"\xFE\xFF\0a\xD8\x3D\xDE\x00"s,
-     {"mark_gives_order", {"utf8", "from-utf16", "--bom", s_inputName}, 0, "a\xF0\x9F\x98\x80"}},
-    {"\xFF\xFE", {"mark_alone", {"utf8", "from-utf16", "--bom", s_inputName}, 0, ""}},
+    {"a\xC0\x80\n\xF0", {"utf8 repair --replacement _ nq_tool_test.in", 0, "a__\n_"}},
+    {"h\xC3\xA9\xF0\x9F\x98\x80", {"utf8 to-utf16 nq_tool_test.in", 0, "h\0\xE9\0\x3D\xD8\x00\xDE"s}},
+    {"h\xC3\xA9", {"utf8 to-utf16 --be --bom nq_tool_test.in", 0, "\xFE\xFF\0h\0\xE9"s}},
+    {"ab\xF4\x90\x80\x80", {"utf8 to-utf16 nq_tool_test.in", 1, "a\0b\0"s, "at offset 2 (line 1, column 3)"}},
+    {"a\0\n\0\xE9\0"s, {"utf8 from-utf16 nq_tool_test.in", 0, "a\n\xC3\xA9"}},
+    {"\xFE\xFF\0a\xD8\x3D\xDE\x00"s, {"utf8 from-utf16 --bom nq_tool_test.in", 0, "a\xF0\x9F\x98\x80"}},
+    {"\xFF\xFE", {"utf8 from-utf16 --bom nq_tool_test.in", 0, ""}},
     {"\xFF\xFE"
      "a\0"s,
-     {"mark_is_no_character", {"utf8", "from-utf16", s_inputName}, 1, "", "at offset 0"}},
-    {"a\0\0\xD8"s, {"half_a_pair", {"utf8", "from-utf16", s_inputName}, 1, "a", "at offset 2 (line 1, column 2)"}},
-    {"a\0b"s, {"half_a_unit", {"utf8", "from-utf16", s_inputName}, 1, "a", "at offset 2 (line 1, column 2)"}},
+     {"utf8 from-utf16 nq_tool_test.in", 1, "", "at offset 0"}},
+    {"a\0\0\xD8"s, {"utf8 from-utf16 nq_tool_test.in", 1, "a", "at offset 2 (line 1, column 2)"}},
+    {"a\0b"s, {"utf8 from-utf16 nq_tool_test.in", 1, "a", "at offset 2 (line 1, column 2)"}},
     {"2026-11-01 12:34:56 4111111111111111 \xFF\r\n",
-     {"scrub", {"scrub", "--quiet", s_inputName}, 0, "2026-11-01T12:34:56.0Z 41111-------1111 ?\r\n"}},
-    {"x\n",
-     {"scrub_reports", {"scrub", s_inputName}, 0, "x\n", "lines             1\nbytes             2 in, 2 out\n"}},
+     {"scrub --quiet nq_tool_test.in", 0, "2026-11-01T12:34:56.0Z 41111-------1111 ?\r\n"}},
+    {"x\n", {"scrub nq_tool_test.in", 0, "x\n", "lines             1\nbytes             2 in, 2 out\n"}},
     {"\xFF\n2026-13-01 00:00:00\n",
-     {"scrub_reports_json",
-      {"scrub", "--json", s_inputName},
-      0,
-      "?\n2026-13-01 00:00:00\n",
+     {"scrub --json nq_tool_test.in", 0, "?\n2026-13-01 00:00:00\n",
       "\"firstUnreadable\":{\"input\":\"nq_tool_test.in\",\"offset\":2,\"line\":2,\"error\":{\"code\":"
       "\"error.nqcore.absoluteTime.invalidUtcString\""}},
 };
@@ -204,17 +177,9 @@ TEST(Tool, Files) {
 }
 
 TEST(Tool, HelpEverywhere) {
-    for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{{},
-                                                                                       {"scrub"},
-                                                                                       {"time"},
-                                                                                       {"utf8"},
-                                                                                       {"utf8", "check"},
-                                                                                       {"utf8", "to-utf16"},
-                                                                                       {"error"},
-                                                                                       {"error", "show"}}) {
-        std::vector<std::string> withHelp = words;
-        withHelp.emplace_back("--help");
-        const Answer answer = run(withHelp);
+    for (const char* const command :
+         {"", "scrub ", "time ", "utf8 ", "utf8 check ", "utf8 to-utf16 ", "error ", "error show "}) {
+        const Answer answer = run(words_of(command + std::string("--help")));
         EXPECT_EQ(answer.exitCode, 0);
         EXPECT_NE(answer.out.find("Usage: nq"), std::string::npos) << answer.out;
         EXPECT_EQ(answer.err, "");
@@ -223,7 +188,7 @@ TEST(Tool, HelpEverywhere) {
 
 TEST(Tool, WritesToNamedFile) {
     write_input("x \xFF\n");
-    EXPECT_EQ(run({"scrub", "-q", s_inputName, "-o", "nq_tool_test.clean"}).exitCode, 0);
+    EXPECT_EQ(run(words_of("scrub -q nq_tool_test.in -o nq_tool_test.clean")).exitCode, 0);
     EXPECT_EQ(content_of("nq_tool_test.clean"), "x ?\n");
     const Answer folder = run({"scrub", "--brief", s_inputName, "-o", "."});
     EXPECT_EQ(folder.exitCode, 1);

@@ -3,9 +3,7 @@
 #include <gtest/gtest.h>
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <set>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 
@@ -21,23 +19,22 @@ constinit const ErrorCode s_early("error.app.queue.full");
 TEST(ErrorCode, StorageFollowsTheConstructor) {
     const SourceString dynamic("error.dynamic", 13);
     struct Row {
-        const char* name;
         ErrorCode code;
         const char* text;
         bool reference;
     };
     const Row rows[] = {
-        {"default", ErrorCode(), "", true},
-        {"literal", ErrorCode("error.a"), "error.a", true},
-        {"null", ErrorCode(nullptr), "", true},
-        {"copy", ErrorCode("error.a", false), "error.a", false},
-        {"length, static", ErrorCode("error.a", 5, true), "error", true},
-        {"length, copy", ErrorCode("error.a", 5, false), "error", false},
-        {"dynamic string", ErrorCode(dynamic), "error.dynamic", false},
-        {"constant", s_early, "error.app.queue.full", true},
+        {ErrorCode(), "", true},
+        {ErrorCode("error.a"), "error.a", true},
+        {ErrorCode(nullptr), "", true},
+        {ErrorCode("error.a", false), "error.a", false},
+        {ErrorCode("error.a", 5, true), "error", true},
+        {ErrorCode("error.a", 5, false), "error", false},
+        {ErrorCode(dynamic), "error.dynamic", false},
+        {s_early, "error.app.queue.full", true},
     };
     for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
+        SCOPED_TRACE(row.text);
         EXPECT_EQ(row.code.value().view(), row.text);
         EXPECT_EQ(row.code.value().is_reference(), row.reference);
         EXPECT_EQ(row.code.empty(), *row.text == '\0');
@@ -51,59 +48,36 @@ TEST(ErrorCode, AssignSwapTransferClear) {
     ErrorCode a("error.a");
     ErrorCode b;
     b.assign("error.bcd", 7);
-    EXPECT_FALSE(b.value().is_reference());
     a.swap(b);
-    EXPECT_TRUE(a == "error.b");
-    ErrorCode c(a.transfer());
-    EXPECT_TRUE(a.empty());
-    EXPECT_TRUE(c == "error.b");
-    c.clear();
-    EXPECT_TRUE(c.empty());
+    const ErrorCode c(a.transfer());
+    EXPECT_TRUE(a.empty() && c == "error.b" && b == "error.a");
+    b.clear();
+    EXPECT_TRUE(b.empty());
+}
+
+void expect_matches(const char* text, bool matches, std::initializer_list<const char*> families) {
+    const ErrorCode code(text);
+    for (const char* const family : families) {
+        SCOPED_TRACE(std::string(text) + " against " + (family == nullptr ? "null" : family));
+        EXPECT_EQ(code.matches(family), matches);
+        EXPECT_EQ(code.matches(family, ErrorCode::npos), matches);
+        EXPECT_EQ(code.matches(family, ErrorCode::npos - 1), matches);
+        if (family != nullptr) {
+            const std::string longer = std::string(family) + "tail";
+            EXPECT_EQ(code.matches(longer.c_str(), static_cast<unsigned>(longer.size() - 4)), matches);
+            EXPECT_EQ(code.matches(ErrorCode(family)), matches);
+        }
+    }
 }
 
 TEST(ErrorCode, FamilyTest) {
-    struct Row {
-        const char* code;
-        const char* prefix;  // null: the null pointer
-        bool matches;
-    };
-    constexpr Row rows[] = {
-        {"error.a.b", "error.a.b", true},
-        {"error.a.b", "error.a", true},
-        {"error.a.b", "error", true},
-        {"error.a.b", "", true},
-        {"error.a.b", ".", true},
-        {"error.a.b", nullptr, true},
-        {"error.a.b", "error.a.", false},
-        {"error.a.b", "error.a.bc", false},
-        {"error.a.b", "rror", false},
-        {"error.a.b", "rror.a.b", false},
-        {"error.a.b", "error.a.b.c", false},
-        {"error.a.b", "Error.a", false},
-        {"error.a.b", "error.x", false},
-        {"error.a.b", "error.", false},
-        {"error..b", "error.", true},  // the character after the prefix is a "."
-        {"", "", true},
-        {"", nullptr, true},
-        {"", ".", false},
-        {"", "error", false},
-        {".", ".", true},
-        {"error.nqcore.string.utf8.invalid", "error.nqcore.string", true},
-        {"error.nqcore.string.utf8.invalid", "error.nqcore.str", false},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(std::string(row.code) + " against " + (row.prefix == nullptr ? "null" : row.prefix));
-        const ErrorCode code(row.code);
-        EXPECT_EQ(code.matches(row.prefix), row.matches);
-        EXPECT_EQ(code.matches(row.prefix, ErrorCode::npos), row.matches);
-        EXPECT_EQ(code.matches(row.prefix, ErrorCode::npos - 1), row.matches);
-        if (row.prefix != nullptr) {
-            EXPECT_EQ(code.matches(ErrorCode(row.prefix)), row.matches);
-            EXPECT_EQ(code.matches((std::string(row.prefix) + "tail").c_str(),
-                                   static_cast<unsigned>(std::strlen(row.prefix))),
-                      row.matches);
-        }
-    }
+    expect_matches("error.a.b", true, {"error.a.b", "error.a", "error", "", ".", nullptr});
+    expect_matches("error.a.b", false, {"error.a.", "error.", "error.a.bc", "error.a.b.c", "rror", "rror.a.b"});
+    expect_matches("error.a.b", false, {"Error.a", "error.x"});
+    expect_matches("error..b", true, {"error."});  // the character after the prefix is a "."
+    expect_matches("", true, {"", nullptr});
+    expect_matches("", false, {".", "error"});
+    expect_matches(".", true, {"."});
 }
 
 TEST(ErrorCode, ComparisonIsOfWholeTexts) {
@@ -112,7 +86,6 @@ TEST(ErrorCode, ComparisonIsOfWholeTexts) {
     EXPECT_TRUE(ErrorCode("error.a") < ErrorCode("error.a.b"));
     EXPECT_TRUE(ErrorCode("error.\xE4") > ErrorCode("error.z")) << "bytes are unsigned";
     EXPECT_TRUE(ErrorCode("error.a") <= "error.a");
-    EXPECT_GT(ErrorCode("b").compare(ErrorCode("a")), 0);
 }
 
 TEST(ErrorCode, AppendSegment) {
@@ -121,9 +94,7 @@ TEST(ErrorCode, AppendSegment) {
     EXPECT_TRUE(code == "x");
     code.append_segment(nullptr);
     code.append_segment(nullptr, 3);
-    EXPECT_TRUE(code == "x");
     code.append_segment("yz", 1);
-    EXPECT_TRUE(code == "x.y");
     code.append_segment("w", ErrorCode::npos);
     EXPECT_TRUE(code == "x.y.w");
     EXPECT_FALSE(code.value().is_reference());
@@ -172,12 +143,6 @@ TEST(ErrorCatalogue, EveryConstantHasItsTextOnce) {
     EXPECT_TRUE(error::exception_runtimeError_overflowError == "error.exception.runtime_error.overflow_error");
     EXPECT_TRUE(error::exception_badCast_badLexicalCast == "error.exception.bad_cast.bad_lexical_cast");
     EXPECT_TRUE(error::errno_ == "error.errno");
-}
-
-TEST(ErrorCode, WritesItsText) {
-    std::ostringstream stream;
-    stream << ErrorCode("error.a");
-    EXPECT_EQ(stream.str(), "error.a");
 }
 
 }  // namespace

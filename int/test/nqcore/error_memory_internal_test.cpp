@@ -75,12 +75,6 @@ TEST(ErrorMemory, NothingLeaks) {
         static_cast<void>(
             s_template.compose(s_long, 1).create("error.a", s_location, ErrorInfo::from_errno(s_location, 2)));
     });
-    fail_everywhere("composer", 4, [] {
-        static_cast<void>(ErrorComposer("{@b}")
-                              .param("b", s_long)
-                              .param("a", s_long)
-                              .create_with_nested_errno("error.a", s_location, 2));
-    });
     fail_everywhere("Windows record", 2, [] { static_cast<void>(ErrorInfo::from_winerror(s_location, 5, true)); });
     fail_everywhere("standard exception", 2,
                     [] { static_cast<void>(ErrorInfo::from_exception(std::bad_cast(), s_location)); });
@@ -112,13 +106,12 @@ TEST(ErrorMemory, AFailedChangeChangesNothing) {
     fail_everywhere("merge", 4, unchanged([&](ErrorParams& set) { set.add(other); }));
     fail_everywhere("assign", 2, unchanged([&](ErrorParams& set) { set = other; }));
 
-    ErrorCode code("error.a");
-    fail_everywhere("append_segment", 1, [&] {
-        ErrorCode copy(code);
+    fail_everywhere("append_segment", 1, [] {
+        ErrorCode copy("error.a");
         try {
             copy.append_segment("a segment that is longer than a short string");
         } catch (const std::bad_alloc&) {
-            EXPECT_TRUE(copy == code);
+            EXPECT_TRUE(copy == "error.a");
             throw;
         }
     });

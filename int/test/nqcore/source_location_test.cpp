@@ -7,21 +7,19 @@
 namespace nqcore {
 namespace {
 
+static_assert(sizeof(void*) != 4 || sizeof(SourceLocation) == 20);
+
 struct PathCase {
-    const char* fileId;
-    const char* path;
-    const char* depotPath;
+    const char *fileId, *path, *depotPath;
 };
 
 constexpr PathCase s_pathCases[] = {
     {"$Id: //core/rel/int/src/lib/name.cpp#1 $", "//core/rel/int/src/lib/name.cpp",
      "//core/rel/int/src/lib/name.cpp#1"},
     {"name.cpp", "name.cpp", "name.cpp"},
-    {"name.cpp#3", "name.cpp", "name.cpp#3"},
     {"$Id: name.cpp#3 $", "$Id: name.cpp", "$Id: name.cpp#3"},
     {"//a#b/c#2$", "//a#b/c", "//a#b/c#2"},
     {"#7 /x", "#7 /x", "/x"},
-    {"$ $", "$ $", "$ $"},
     {"//a $$ ", "//a $$ ", "//a"},
     {"$ / ", "/ ", "/"},
     {"#", "#", "#"},
@@ -60,13 +58,8 @@ TEST(SourceLocation, MovesAndClears) {
     EXPECT_GT(location.line(), 0u);
     SourceLocation moved(std::move(location));
     EXPECT_TRUE(location.empty());
-    SourceLocation taken(moved.transfer());
+    const SourceLocation taken(moved.transfer());
     EXPECT_TRUE(moved.empty() && !taken.empty());
-    taken.swap(moved);
-    EXPECT_TRUE(taken.empty());
-    moved.clear();
-    EXPECT_TRUE(moved.empty());
-    static_assert(sizeof(void*) != 4 || sizeof(SourceLocation) == 20);
 }
 
 }  // namespace
