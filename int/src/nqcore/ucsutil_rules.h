@@ -12,8 +12,8 @@ namespace nqcore::impl {
 
 using Utf8Byte = unsigned char;
 
-// Texts arrive as unsigned short, unsigned, char16_t, char32_t and wchar_t. All are read and written as these, which may
-// alias them. (They are classes because templates drop the attribute of other types.)
+// Texts arrive as unsigned short, unsigned, char16_t, char32_t and wchar_t. All are read and written as these, which
+// may alias them. (They are classes because templates drop the attribute of other types.)
 struct [[gnu::may_alias]] Utf16Unit {
     unsigned short value;
 
@@ -83,7 +83,8 @@ inline const Utf8Byte* skip_ascii(const Utf8Byte* p, const Utf8Byte* end) noexce
     return p;
 }
 
-// ------------------------------------------------------------------------------------------- the whole-string validator
+// ------------------------------------------------------------------------------------------- the whole-string
+// validator
 
 /// One sequence by the validator's rules.
 struct Utf8Verdict {

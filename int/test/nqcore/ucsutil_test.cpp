@@ -335,7 +335,7 @@ TEST(Character, OfNoTextIsNoError) {
 // A length may count on more than there is address space: only what the lead asks for is looked at.
 TEST(Character, TakesAnyLength) {
     EXPECT_EQ(nqcore::utf8_to_ucs4_char("\xE2\x82\xAC", 0xFFFFFFFF, nullptr), 3u);
-    EXPECT_EQ(nqcore::utf16_to_ucs4_char(u"\xD83D\xDE00", 0xFFFFFFFF, static_cast<unsigned*>(nullptr)), 2u);
+    EXPECT_EQ(nqcore::utf16_to_ucs4_char(u"\xD83D\xDE00", 0xFFFFFFFF, nullptr), 2u);
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-// The processor's intrinsics, without false alarms: GCC takes the undefined sources of some 512-bit intrinsics for uses of
-// uninitialised variables.
+// The processor's intrinsics, without false alarms: GCC takes the undefined sources of some 512-bit intrinsics for
+// uses of uninitialised variables.
 #pragma once
 
 #if !defined(__clang__)

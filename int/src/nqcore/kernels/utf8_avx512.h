@@ -16,8 +16,8 @@ NQCORE_AVX512_INLINE std::uint64_t low_bits(unsigned count) noexcept {
     return count == 0 ? 0 : ~std::uint64_t{0} >> (64 - count);
 }
 
-/// Which pairs of lead and second byte are bad, or may be with a third, as classes: a pair is such when its two rows share a
-/// bit. Rows are indexed by the low six bits, which tell all leads apart and all continuation bytes apart.
+/// Which pairs of lead and second byte are bad, or may be with a third, as classes: a pair is such when its two rows
+/// share a bit. Rows are indexed by the low six bits, which tell all leads apart and all continuation bytes apart.
 struct SecondByteTables {
     alignas(64) unsigned char byLead[64];
     alignas(64) unsigned char bySecond[64];
@@ -53,6 +53,18 @@ constexpr SecondByteTables make_second_byte_tables() noexcept {
 }
 
 inline constexpr SecondByteTables s_secondByteTables = make_second_byte_tables();
+
+/// A vector that the compiler takes for a variable, so that it keeps it in a register instead of making it anew in
+/// every turn of a loop.
+NQCORE_AVX512_INLINE __m512i kept(__m512i vector) noexcept {
+    __asm__("" : "+v"(vector));
+    return vector;
+}
+
+/// Stores the first `count` bytes of a vector.
+NQCORE_AVX512_INLINE void store_bytes(unsigned char* out, unsigned count, __m512i bytes) noexcept {
+    _mm512_mask_storeu_epi8(out, low_bits(count), bytes);
+}
 
 struct ByteOrder {
     alignas(64) unsigned char source[64];

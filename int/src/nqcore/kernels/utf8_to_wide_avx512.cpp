@@ -89,7 +89,8 @@ NQCORE_AVX512_INLINE __m512i join(__m512i low, __m512i high, const unsigned char
     return _mm512_permutex2var_epi8(low, _mm512_load_si512(order), high);
 }
 
-/// Gives the four-byte characters of a block their two units: the high one at the third byte, the low one at the fourth.
+/// Gives the four-byte characters of a block their two units: the high one at the third byte, the low one at the
+/// fourth.
 NQCORE_AVX512_INLINE void make_pairs(const Block& block, __m512i beforePrevious, __m512i& low, __m512i& high) noexcept {
     const std::uint64_t highUnits = block.leads4 << 2;
     const std::uint64_t lowUnits = block.leads4 << 3;

@@ -67,8 +67,8 @@ NQCORE_AVX512 std::size_t good_prefix_avx512(const Utf8Byte* text, std::size_t l
             }
             carry = before;
         }
-        // Block by block, with a closer look, where a whole group is not left or is in doubt. Bytes beyond the end count
-        // as zeros.
+        // Block by block, with a closer look, where a whole group is not left or is in doubt. Bytes beyond the end
+        // count as zeros.
         for (const Utf8Byte* const groupEnd = p + std::min<std::ptrdiff_t>(end - p, group); p != groupEnd;) {
             const auto size = static_cast<unsigned>(std::min<std::ptrdiff_t>(groupEnd - p, block));
             const __m512i bytes = _mm512_maskz_loadu_epi8(low_bits(size), p);

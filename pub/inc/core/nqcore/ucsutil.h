@@ -89,8 +89,8 @@ NQCORE_API Utf8Repair make_valid_utf8(std::span<char> text, char replacement) no
 
 /// Where to cut so that at most `limit` bytes remain and no multi-byte sequence is split.
 ///
-/// Returns  `length` when `limit` is not below it; otherwise the nearest place at or before `limit` that does not hold a
-///          byte of 0x80 to 0xBF, or 0.
+/// Returns  `length` when `limit` is not below it; otherwise the nearest place at or before `limit` that does not
+///          hold a byte of 0x80 to 0xBF, or 0.
 [[nodiscard]] NQCORE_API unsigned utf8_limit_length(const char* text, unsigned length, unsigned limit) noexcept;
 
 /// Bytes of the sequence that `lead` begins.
@@ -148,8 +148,8 @@ NQCORE_API unsigned utf16_to_ucs4_char(const unsigned short* text, unsigned leng
 NQCORE_API unsigned utf8_to_utf16(const char* source, unsigned length, unsigned short* destination, unsigned capacity,
                                   unsigned short replacement, int* firstInvalid);
 
-/// UTF-8 to the platform's wide text: UTF-16 where `wchar_t` has 16 bits (as `utf8_to_utf16`), UCS-4 where it has 32 (as
-/// `utf8_to_ucs4`).
+/// UTF-8 to the platform's wide text: UTF-16 where `wchar_t` has 16 bits (as `utf8_to_utf16`), UCS-4 where it has 32
+/// (as `utf8_to_ucs4`).
 NQCORE_API unsigned utf8_to_wstr(const char* source, unsigned length, wchar_t* destination, unsigned capacity,
                                  wchar_t replacement, int* firstInvalid);
 
@@ -193,6 +193,11 @@ template <std::same_as<char16_t> Unit, class CodePoint>
 unsigned utf16_to_ucs4_char(const Unit* text, unsigned length, CodePoint* codePoint) noexcept {
     return utf16_to_ucs4_char(reinterpret_cast<const unsigned short*>(text), length,
                               reinterpret_cast<unsigned*>(codePoint));
+}
+
+template <std::same_as<char16_t> Unit>
+unsigned utf16_to_ucs4_char(const Unit* text, unsigned length, std::nullptr_t) noexcept {
+    return utf16_to_ucs4_char(reinterpret_cast<const unsigned short*>(text), length, nullptr);
 }
 
 template <std::same_as<char16_t> Unit>
