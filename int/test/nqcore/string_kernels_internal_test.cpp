@@ -4,30 +4,16 @@
 #include "kernels/card_digits.h"
 
 #include "decimal_digits.h"
+#include "kernel_test_support.h"
 
 #include <gtest/gtest.h>
-#include <cstring>
-#include <memory>
+#include <algorithm>
 #include <random>
 #include <string>
+#include <vector>
 
 namespace nqcore::kernels {
 namespace {
-
-constexpr std::size_t s_longest = 300;
-
-// A text on the heap with nothing behind it.
-struct ExactText {
-    explicit ExactText(std::string_view text) : bytes(new char[text.size()]), length(text.size()) {
-        if (length != 0) {
-            std::memcpy(bytes.get(), text.data(), length);
-        }
-    }
-    [[nodiscard]] std::string_view view() const { return {bytes.get(), length}; }
-
-    std::unique_ptr<char[]> bytes;
-    std::size_t length;
-};
 
 std::string random_bytes(std::mt19937& random, std::size_t length) {
     std::string text(length, ' ');
@@ -38,13 +24,8 @@ std::string random_bytes(std::mt19937& random, std::size_t length) {
     return text;
 }
 
-TEST(AsciiFoldKernels, FoldAsTheRulesSay) {
-    for (const AsciiFoldKernel& kernel : ascii_fold_kernels()) {
-        if (!kernel.usable()) {
-            GTEST_LOG_(INFO) << kernel.name << " is not usable on this processor";
-            continue;
-        }
-        SCOPED_TRACE(kernel.name);
+TEST(AsciiFoldKernels, FoldAndCompareAsTheRulesSay) {
+    for_each_usable(ascii_fold_kernels(), [](const AsciiFoldKernel& kernel) {
         std::mt19937 random(1);
         for (std::size_t length = 0; length <= s_longest; ++length) {
             const std::string text = random_bytes(random, length);
@@ -52,82 +33,54 @@ TEST(AsciiFoldKernels, FoldAsTheRulesSay) {
             std::string upper = text;
             std::transform(text.begin(), text.end(), lower.begin(), lower_ascii);
             std::transform(text.begin(), text.end(), upper.begin(), upper_ascii);
-            ExactText folded(text);
-            kernel.to_lower(folded.bytes.get(), length);
-            ASSERT_EQ(folded.view(), lower) << length;
-            ExactText raised(text);
-            kernel.to_upper(raised.bytes.get(), length);
-            ASSERT_EQ(raised.view(), upper) << length;
-        }
-    }
-}
+            Exact<char> folded = exact(text);
+            kernel.to_lower(folded.begin(), length);
+            ASSERT_EQ(std::string_view(folded.begin(), length), lower);
+            Exact<char> right = exact(text);
+            kernel.to_upper(right.begin(), length);
+            ASSERT_EQ(std::string_view(right.begin(), length), upper);
 
-TEST(AsciiFoldKernels, FindEveryDifferenceAndOnlyThose) {
-    for (const AsciiFoldKernel& kernel : ascii_fold_kernels()) {
-        if (!kernel.usable()) {
-            continue;
-        }
-        SCOPED_TRACE(kernel.name);
-        std::mt19937 random(2);
-        for (std::size_t length = 0; length <= s_longest; ++length) {
-            const std::string text = random_bytes(random, length);
-            const ExactText left(text);
-            ExactText right(text);
+            Exact<char> left = exact(text);
+            ASSERT_TRUE(kernel.equal_nocase(left.begin(), right.begin(), length)) << length;
             for (std::size_t i = 0; i < length; ++i) {
-                right.bytes[i] = random() % 2 == 0 ? lower_ascii(text[i]) : upper_ascii(text[i]);
-            }
-            ASSERT_TRUE(kernel.equal_nocase(left.bytes.get(), right.bytes.get(), length)) << length;
-            for (std::size_t i = 0; i < length; ++i) {
-                const char kept = right.bytes[i];
+                const char kept = right.begin()[i];
                 // The case bit alone makes other characters of characters that are no letters.
                 const char changed = static_cast<char>(text[i] ^ (random() % 2 == 0 ? 0x20 : 1 << random() % 8));
-                right.bytes[i] = changed;
-                ASSERT_EQ(kernel.equal_nocase(left.bytes.get(), right.bytes.get(), length),
+                right.begin()[i] = changed;
+                ASSERT_EQ(kernel.equal_nocase(left.begin(), right.begin(), length),
                           lower_ascii(changed) == lower_ascii(text[i]))
                     << length << " at " << i;
-                right.bytes[i] = kept;
+                right.begin()[i] = kept;
             }
         }
-    }
+    });
 }
 
 TEST(AsciiFoldKernels, KnowEveryPairOfBytes) {
-    for (const AsciiFoldKernel& kernel : ascii_fold_kernels()) {
-        if (!kernel.usable()) {
-            continue;
-        }
-        SCOPED_TRACE(kernel.name);
+    for_each_usable(ascii_fold_kernels(), [](const AsciiFoldKernel& kernel) {
         // 64 bytes go through blocks, not through the rest that is shorter than one.
         std::string left(64, 'x');
         std::string right(64, 'X');
-        for (unsigned a = 0; a < 256; ++a) {
-            for (unsigned b = 0; b < 256; ++b) {
-                left[37] = static_cast<char>(a);
-                right[37] = static_cast<char>(b);
-                ASSERT_EQ(kernel.equal_nocase(left.data(), right.data(), 64),
-                          lower_ascii(left[37]) == lower_ascii(right[37]))
-                    << a << " and " << b;
-            }
+        for (unsigned pair = 0; pair < 0x10000; ++pair) {
+            left[37] = static_cast<char>(pair >> 8);
+            right[37] = static_cast<char>(pair);
+            ASSERT_EQ(kernel.equal_nocase(left.data(), right.data(), 64),
+                      lower_ascii(left[37]) == lower_ascii(right[37]))
+                << pair;
         }
-    }
+    });
 }
 
 TEST(CardDigitsKernels, FindTheFirstLongRun) {
     const auto find_plainly = card_digits_kernels().back().find_long_run;
-    for (const CardDigitsKernel& kernel : card_digits_kernels()) {
-        if (!kernel.usable()) {
-            GTEST_LOG_(INFO) << kernel.name << " is not usable on this processor";
-            continue;
-        }
-        SCOPED_TRACE(kernel.name);
+    for_each_usable(card_digits_kernels(), [find_plainly](const CardDigitsKernel& kernel) {
         // One run of every length at every place.
         for (std::size_t length = 0; length <= 140; ++length) {
             for (std::size_t run = 11; run <= 14; ++run) {
                 for (std::size_t start = 0; start + run <= length; ++start) {
                     std::string text(length, '/');
                     text.replace(start, run, run, '9');
-                    const ExactText exact(text);
-                    ASSERT_EQ(kernel.find_long_run(exact.bytes.get(), length, 0), run < s_longRun ? length : start);
+                    ASSERT_EQ(kernel.find_long_run(exact(text).begin(), length, 0), run < s_longRun ? length : start);
                 }
             }
         }
@@ -138,16 +91,15 @@ TEST(CardDigitsKernels, FindTheFirstLongRun) {
             while (text.size() < random() % 200) {
                 text += "/:\x80\xB0"[random() % 4] + std::string(random() % 14, static_cast<char>('0' + random() % 10));
             }
-            const ExactText exact(text);
             for (std::size_t from = 0; from <= text.size(); ++from) {
                 if (from == 0 || !is_digit(text[from - 1])) {
-                    ASSERT_EQ(kernel.find_long_run(exact.bytes.get(), text.size(), from),
+                    ASSERT_EQ(kernel.find_long_run(exact(text).begin(), text.size(), from),
                               find_plainly(text.data(), text.size(), from))
                         << text << " from " << from;
                 }
             }
         }
-    }
+    });
 }
 
 TEST(DecimalDigits, CountWriteAndReadEveryPowerAndItsNeighbours) {
@@ -163,13 +115,12 @@ TEST(DecimalDigits, CountWriteAndReadEveryPowerAndItsNeighbours) {
         const std::string expected = std::to_string(number);
         ASSERT_EQ(decimal::count(number), expected.size());
         // Room for 8 bytes at least, as the function asks.
-        const std::unique_ptr<char[]> out(new char[std::max<std::size_t>(expected.size(), 8)]);
-        decimal::write(out.get(), number, decimal::count(number));
-        ASSERT_EQ(std::string_view(out.get(), expected.size()), expected);
+        Exact<char> out(std::max<std::size_t>(expected.size(), 8));
+        decimal::write(out.begin(), number, decimal::count(number));
+        ASSERT_EQ(std::string_view(out.begin(), expected.size()), expected);
         if (expected.size() <= decimal::s_safeDigits) {
-            const ExactText exact(expected);
             std::uint64_t value = 0;
-            ASSERT_TRUE(decimal::read(exact.bytes.get(), exact.length, value));
+            ASSERT_TRUE(decimal::read(exact(expected).begin(), expected.size(), value));
             ASSERT_EQ(value, number);
         }
     }

@@ -2,45 +2,20 @@
 #include "kernels/utf8_convert.h"
 #include "kernels/utf8_validate.h"
 
+#include "kernel_test_support.h"
+
 #include <gtest/gtest.h>
 
-#include <cstddef>
 #include <cstring>
-#include <memory>
 #include <random>
+#include <span>
 #include <string>
 #include <vector>
 
+namespace nqcore::kernels {
 namespace {
 
-using nqcore::kernels::Conversion;
-using nqcore::kernels::ConvertKernel;
-using nqcore::kernels::Measurement;
-using nqcore::kernels::Ucs4Unit;
-using nqcore::kernels::Utf16Unit;
-using nqcore::kernels::Utf8Byte;
-using nqcore::kernels::Utf8ValidateKernel;
-
-constexpr std::size_t s_longest = 300;  // beyond four blocks of the widest row
-
-/// Units in a heap block that ends where they end.
-template <class Unit>
-class Exact {
-public:
-    explicit Exact(std::size_t size) : m_units(new Unit[size]), m_size(size) {}
-    Exact(const Unit* units, std::size_t size) : Exact(size) {
-        if (size != 0) {
-            std::memcpy(static_cast<void*>(m_units.get()), units, size * sizeof(Unit));
-        }
-    }
-    Unit* begin() { return m_units.get(); }
-    Unit* end() { return m_units.get() + m_size; }
-    [[nodiscard]] std::size_t size() const { return m_size; }
-
-private:
-    std::unique_ptr<Unit[]> m_units;
-    std::size_t m_size;
-};
+using namespace std::string_view_literals;
 
 /// Good texts: one for each length of character, and mixtures.
 std::vector<std::u32string> good_texts() {
@@ -72,9 +47,9 @@ std::vector<Unit> encoded(const std::u32string& text) {
             Unit buffer[4];
             Unit* end = buffer;
             if constexpr (sizeof(Unit) == 1) {
-                nqcore::impl::encode_utf8(codePoint, end, buffer + 4);
+                impl::encode_utf8(codePoint, end, buffer + 4);
             } else {
-                nqcore::impl::encode_utf16(codePoint, end, buffer + 4);
+                impl::encode_utf16(codePoint, end, buffer + 4);
             }
             units.insert(units.end(), buffer, end);
         }
@@ -84,42 +59,17 @@ std::vector<Unit> encoded(const std::u32string& text) {
 
 /// Sequences that no kernel may pass.
 template <class Unit>
-std::vector<std::vector<unsigned>> bad_sequences() {
+std::vector<std::u32string> bad_sequences() {
     if constexpr (sizeof(Unit) == 1) {
-        return {{0x80},
-                {0xBF, 0xBF},
-                {0xC0, 0x80},
-                {0xC1, 0xBF},
-                {0xC3},
-                {0xC3, 0x41},
-                {0xC3, 0xC3, 0x80},
-                {0xE0, 0x9F, 0xBF},
-                {0xE2, 0x82},
-                {0xE2, 0x41, 0x80},
-                {0xE2, 0x82, 0x41},
-                {0xE2, 0x82, 0x80, 0x80},
-                {0xED, 0xA0, 0x80},
-                {0xEF, 0xBB, 0xBF},
-                {0xEF, 0xBF, 0xBE},
-                {0xEF, 0xBF, 0xBF},
-                {0xF0, 0x8F, 0xBF, 0xBF},
-                {0xF0, 0x9F, 0x98},
-                {0xF0, 0x41, 0x41, 0x41},
-                {0xF0, 0x9F, 0x41, 0x80},
-                {0xF0, 0x9F, 0x98, 0x41},
-                {0xF0, 0x9F, 0x98, 0x80, 0x80},
-                {0xF4, 0x90, 0x80, 0x80},
-                {0xF5, 0x80, 0x80, 0x80},
-                {0xF8, 0x88, 0x80, 0x80, 0x80},
-                {0xFC, 0x84, 0x80, 0x80, 0x80, 0x80},
-                {0xFE},
-                {0xFF}};
+        return words(
+            U"\x80 \xC3 \xFE \xFF \xBF\xBF \xC0\x80 \xC1\xBF \xC3\x41 \xE2\x82 \xC3\xC3\x80 \xE0\x9F\xBF \xE2\x41\x80 "
+            U"\xE2\x82\x41 \xED\xA0\x80 \xEF\xBB\xBF \xEF\xBF\xBE \xEF\xBF\xBF \xF0\x9F\x98 \xE2\x82\x80\x80 "
+            U"\xF0\x8F\xBF\xBF \xF0\x41\x41\x41 \xF0\x9F\x41\x80 \xF0\x9F\x98\x41 \xF4\x90\x80\x80 \xF5\x80\x80\x80 "
+            U"\xF0\x9F\x98\x80\x80 \xF8\x88\x80\x80\x80 \xFC\x84\x80\x80\x80\x80"sv);
     } else if constexpr (sizeof(Unit) == 2) {
-        return {{0xD800}, {0xD800, 0x41},   {0xDBFF, 0xD800, 0xDC00},
-                {0xDC00}, {0xDFFF, 0xDFFF}, {0xD800, 0xE000},
-                {0xFEFF}, {0xFFFE},         {0xFFFF}};
+        return words(U"\xD800 \xDC00 \xD800\x41 \xDBFF\xD800\xDC00 \xDFFF\xDFFF \xD800\xE000 \xFEFF \xFFFE \xFFFF"sv);
     } else {
-        return {{0xD800}, {0xDFFF}, {0xFEFF}, {0xFFFE}, {0xFFFF}, {0x110000}, {0x7FFFFFFF}, {0x80000000}, {0xFFFFFFFF}};
+        return words(U"\xD800 \xDFFF \xFEFF \xFFFE \xFFFF \x110000 \x7FFFFFFF \x80000000 \xFFFFFFFF"sv);
     }
 }
 
@@ -136,11 +86,11 @@ void for_each_text(Check check) {
     constexpr std::size_t window = 140;  // two blocks of the widest row and a bit
     for (const std::u32string& text : {texts[0], texts[2], texts.back()}) {
         const std::vector<Unit> units = encoded<Unit>(text);
-        for (const std::vector<unsigned>& bad : bad_sequences<Unit>()) {
+        for (const std::u32string& bad : bad_sequences<Unit>()) {
             for (std::size_t offset = 0; offset <= window; ++offset) {
                 std::vector<Unit> broken(units.begin(), units.begin() + static_cast<std::ptrdiff_t>(2 * window));
                 for (std::size_t i = 0; i < bad.size(); ++i) {
-                    broken[offset + i] = nqcore::impl::make_unit<Unit>(bad[i]);
+                    broken[offset + i] = impl::make_unit<Unit>(bad[i]);
                 }
                 check(broken.data(), broken.size());
                 check(broken.data(), offset + bad.size());
@@ -149,45 +99,23 @@ void for_each_text(Check check) {
     }
 }
 
-template <class Kernel>
-std::string name_of(const testing::TestParamInfo<Kernel>& row) {
-    return row.param.name;
-}
-
-// -------------------------------------------------------------------------------------------------------- validation
-
-class Utf8Validate : public testing::TestWithParam<Utf8ValidateKernel> {};
-
-TEST_P(Utf8Validate, VouchesForGoodTextOnly) {
-    const Utf8ValidateKernel& row = GetParam();
-    if (!row.usable()) {
-        GTEST_SKIP() << "this processor has no " << row.name;
-    }
-    for_each_text<Utf8Byte>([&row](const Utf8Byte* text, std::size_t length) {
-        Exact<Utf8Byte> copy(text, length);
-        const std::size_t truth = nqcore::kernels::good_prefix_scalar(copy.begin(), length);
-        const std::size_t prefix = row.good_prefix(copy.begin(), length);
-        ASSERT_LE(prefix, truth) << "of " << length;
-        ASSERT_EQ(nqcore::kernels::good_prefix_scalar(copy.begin(), prefix), prefix)
-            << "cuts a character of " << length;
-        if (truth == length) {
-            ASSERT_GE(prefix + 35, length) << "gives up early";  // a vector and an unfinished character
-        }
+TEST(UnicodeKernels, VouchForGoodTextOnly) {
+    for_each_usable(utf8_validate_kernels(), [](const Utf8ValidateKernel& row) {
+        for_each_text<Utf8Byte>([&row](const Utf8Byte* text, std::size_t length) {
+            Exact<Utf8Byte> copy(text, length);
+            const std::size_t truth = good_prefix_scalar(copy.begin(), length);
+            const std::size_t prefix = row.good_prefix(copy.begin(), length);
+            ASSERT_LE(prefix, truth) << "of " << length;
+            ASSERT_EQ(good_prefix_scalar(copy.begin(), prefix), prefix) << "cuts a character of " << length;
+            if (truth == length) {
+                ASSERT_GE(prefix + 35, length) << "gives up early";  // a vector and an unfinished character
+            }
+        });
     });
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, Utf8Validate,
-                         testing::ValuesIn(nqcore::kernels::utf8_validate_kernels().begin(),
-                                           nqcore::kernels::utf8_validate_kernels().end()),
-                         name_of<Utf8ValidateKernel>);
-
-// -------------------------------------------------------------------------------------------------------- conversion
-
 template <class In, class Out>
 void expect_like_scalar(const ConvertKernel<In, Out>& row, const ConvertKernel<In, Out>& scalar) {
-    if (!row.usable()) {
-        GTEST_SKIP() << "this processor has no " << row.name;
-    }
     for_each_text<In>([&](const In* text, std::size_t length) {
         Exact<In> source(text, length);
         // The scalar row keeps four units of room and six bytes is the longest it could ever need.
@@ -226,52 +154,34 @@ void expect_like_scalar(const ConvertKernel<In, Out>& row, const ConvertKernel<I
     });
 }
 
-#define NQCORE_CONVERT_ROWS(suite, kernels)                                                            \
-    class suite : public testing::TestWithParam<std::remove_cvref_t<decltype(*(kernels).data())>> {};  \
-    TEST_P(suite, ConvertsAndMeasuresLikeScalar) { expect_like_scalar(GetParam(), (kernels).back()); } \
-    INSTANTIATE_TEST_SUITE_P(Rows, suite, testing::ValuesIn((kernels).begin(), (kernels).end()),       \
-                             name_of<suite::ParamType>)
-
-NQCORE_CONVERT_ROWS(Utf8ToUtf16, nqcore::kernels::utf8_to_utf16_kernels());
-NQCORE_CONVERT_ROWS(Utf8ToUcs4, nqcore::kernels::utf8_to_ucs4_kernels());
-NQCORE_CONVERT_ROWS(Utf16ToUtf8, nqcore::kernels::utf16_to_utf8_kernels());
-NQCORE_CONVERT_ROWS(Ucs4ToUtf8, nqcore::kernels::ucs4_to_utf8_kernels());
-
 // A kernel that stops at once would pass all of the above.
 template <class In, class Out>
-void expect_progress(std::span<const ConvertKernel<In, Out>> rows) {
-    for (const ConvertKernel<In, Out>& row : rows) {
-        if (!row.usable()) {
-            continue;
-        }
-        for (const std::u32string& text : good_texts()) {
-            const std::vector<In> units = encoded<In>(text);
-            Exact<In> source(units.data(), units.size());
-            Exact<Out> room(4 * text.size() + 4);
-            Conversion<In, Out> work{source.begin(), source.end(), room.begin(), room.end()};
-            row.convert(work);
-            EXPECT_LE(work.left(), 35u) << row.name;
-            Measurement<In> counted{source.begin(), source.end(), 0};
-            row.measure(counted);
-            EXPECT_LE(counted.left(), 35u) << row.name;
-        }
+void expect_progress(const ConvertKernel<In, Out>& row) {
+    for (const std::u32string& text : good_texts()) {
+        const std::vector<In> units = encoded<In>(text);
+        Exact<In> source(units.data(), units.size());
+        Exact<Out> room(4 * text.size() + 4);
+        Conversion<In, Out> work{source.begin(), source.end(), room.begin(), room.end()};
+        row.convert(work);
+        EXPECT_LE(work.left(), 35u);
+        Measurement<In> counted{source.begin(), source.end(), 0};
+        row.measure(counted);
+        EXPECT_LE(counted.left(), 35u);
     }
 }
 
-TEST(UnicodeKernels, GoThroughGoodTextToTheLastBlock) {
-    expect_progress(nqcore::kernels::utf8_to_utf16_kernels());
-    expect_progress(nqcore::kernels::utf8_to_ucs4_kernels());
-    expect_progress(nqcore::kernels::utf16_to_utf8_kernels());
-    expect_progress(nqcore::kernels::ucs4_to_utf8_kernels());
+template <class In, class Out>
+void expect_conversions(std::span<const ConvertKernel<In, Out>> rows) {
+    for_each_usable(rows, [&rows](const ConvertKernel<In, Out>& row) {
+        expect_like_scalar(row, rows.back());
+        expect_progress(row);
+    });
 }
 
-TEST(UnicodeKernels, EveryTableEndsWithARowForEveryProcessor) {
-    EXPECT_TRUE(nqcore::kernels::utf8_validate_kernels().back().usable());
-    EXPECT_TRUE(nqcore::kernels::utf8_to_utf16_kernels().back().usable());
-    EXPECT_TRUE(nqcore::kernels::utf8_to_ucs4_kernels().back().usable());
-    EXPECT_TRUE(nqcore::kernels::utf16_to_utf8_kernels().back().usable());
-    EXPECT_TRUE(nqcore::kernels::ucs4_to_utf8_kernels().back().usable());
-}
+TEST(UnicodeKernels, ConvertUtf8ToUtf16) { expect_conversions(utf8_to_utf16_kernels()); }
+TEST(UnicodeKernels, ConvertUtf8ToUcs4) { expect_conversions(utf8_to_ucs4_kernels()); }
+TEST(UnicodeKernels, ConvertUtf16ToUtf8) { expect_conversions(utf16_to_utf8_kernels()); }
+TEST(UnicodeKernels, ConvertUcs4ToUtf8) { expect_conversions(ucs4_to_utf8_kernels()); }
 
 // The longest run of sums that the counting loops make before they empty them.
 TEST(UnicodeKernels, CountLongTexts) {
@@ -279,11 +189,12 @@ TEST(UnicodeKernels, CountLongTexts) {
     for (unsigned i = 0; i < 5000; ++i) {
         emoji.insert(emoji.end(), {0xF0, 0x9F, 0x98, 0x80});
     }
-    EXPECT_EQ(nqcore::kernels::count_utf16_units(emoji.data(), emoji.size()), 10000u);
-    EXPECT_EQ(nqcore::kernels::count_characters(emoji.data(), emoji.size()), 5000u);
+    EXPECT_EQ(count_utf16_units(emoji.data(), emoji.size()), 10000u);
+    EXPECT_EQ(count_characters(emoji.data(), emoji.size()), 5000u);
     const std::vector<Utf8Byte> ascii(20011, 'x');
-    EXPECT_EQ(nqcore::kernels::count_utf16_units(ascii.data(), ascii.size()), 20011u);
-    EXPECT_EQ(nqcore::kernels::count_characters(ascii.data(), ascii.size()), 20011u);
+    EXPECT_EQ(count_utf16_units(ascii.data(), ascii.size()), 20011u);
+    EXPECT_EQ(count_characters(ascii.data(), ascii.size()), 20011u);
 }
 
 }  // namespace
+}  // namespace nqcore::kernels

@@ -10,6 +10,7 @@
 #include <random>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace nqcore {
 namespace {
@@ -30,184 +31,145 @@ constexpr std::string_view s_tooLate =
     "Invalid time in UTC time string.  Time must be 00:00:00...24:00:00 (inclusive). \"{@utcTime}\"";
 constexpr std::string_view s_range = "Components of UTC date/time string exceeds date range: \"{@utcTime}\"";
 
-// A failed read: the rule's message, the whole text, the place; and nothing written.
-void expect_failure(std::string_view text, std::string_view message, bool hasCause = false) {
-    // A heap copy of the exact size, so that the sanitizers see a read past the end.
+// Reads from a heap copy of the exact size, so that the sanitizers see a read past the end. A failure carries the whole
+// text and writes nothing.
+ErrorPtr read(std::string_view text, AbsoluteTime& out) {
     const auto copy = std::make_unique<char[]>(text.size());
     text.copy(copy.get(), text.size());
-    AbsoluteTime out(77);
+    out = AbsoluteTime(77);
     const ErrorPtr error = AbsoluteTime::from_string_nothrow(copy.get(), static_cast<unsigned>(text.size()), &out);
-    ASSERT_FALSE(error.is_null()) << text;
-    EXPECT_EQ(out, AbsoluteTime(77)) << text;
-    EXPECT_EQ(error->code(), error::nqcore_absoluteTime_invalidUtcString);
-    EXPECT_EQ(error->message().view(), message) << text;
-    EXPECT_EQ(error->params().size(), 1u);
-    EXPECT_EQ(error->params().get_value("utcTime"), text);
-    EXPECT_EQ(error->location().function().view(), "nqcore::AbsoluteTime::from_string_nothrow()");
-    EXPECT_NE(error->location().file_path().find("/abs_rel_time.cpp"), std::string::npos);
-    EXPECT_EQ(!error->nested().is_null(), hasCause) << text;
+    if (!error.is_null()) {
+        EXPECT_EQ(out, AbsoluteTime(77)) << text;
+        EXPECT_EQ(error->code(), error::nqcore_absoluteTime_invalidUtcString) << text;
+        EXPECT_EQ(error->params().get_value("utcTime"), text);
+    }
+    return error;
 }
 
-struct GoodText {
-    std::string_view text;
+void expect_failure(std::string_view text, std::string_view message, std::string_view cause = "") {
+    AbsoluteTime out;
+    const ErrorPtr error = read(text, out);
+    ASSERT_FALSE(error.is_null()) << text;
+    EXPECT_EQ(error->message().view(), message) << text;
+    EXPECT_EQ(error->params().size(), 1u);
+    EXPECT_EQ(error->location().function().view(), "nqcore::AbsoluteTime::from_string_nothrow()");
+    EXPECT_NE(error->location().file_path().find("/abs_rel_time.cpp"), std::string::npos);
+    ASSERT_EQ(error->nested().is_null(), cause.empty()) << text;
+    if (!cause.empty()) {
+        EXPECT_EQ(error->nested()->code(), error::nqcore_absoluteTime_range);
+        EXPECT_TRUE(error->nested()->message().view().starts_with(cause)) << text;
+    }
+}
+
+struct GoodTexts {
     std::string_view same;  // as as_string writes it
+    std::vector<std::string_view> texts;
 };
 
-constexpr GoodText s_goodTexts[] = {
+const GoodTexts s_goodTexts[] = {
     // The forms.
-    {"2020-02-29T12:34:56.789Z", "2020-02-29 12:34:56.789"},
-    {"2020-02-29 12:34:56", "2020-02-29 12:34:56.0"},
-    {"20200229T123456Z", "2020-02-29 12:34:56.0"},
-    {"20200229t1234", "2020-02-29 12:34:00.0"},
-    {"2020-02-29T12:30", "2020-02-29 12:30:00.0"},
-    {"2020-02-29T12.5Z", "2020-02-29 12:30:00.0"},
-    {"2020-02-29T12z", "2020-02-29 12:00:00.0"},
-    {"##INFINITE##", "##INFINITE##"},
-    {"##iNfInItE##", "##INFINITE##"},
-    {"inf", "##INFINITE##"},
-    {"INF", "##INFINITE##"},
-    {"9999-12-31T23:59:59.999999999Z", "##INFINITE##"},
-    {"99991231T23:59:59,9999999989", "##INFINITE##"},  // rounds up to it
+    {"2020-02-29 12:34:56.789", {"2020-02-29T12:34:56.789Z"}},
+    {"2020-02-29 12:34:56.0", {"2020-02-29 12:34:56", "20200229T123456Z"}},
+    {"2020-02-29 12:34:00.0", {"20200229t1234"}},
+    {"2020-02-29 12:30:00.0", {"2020-02-29T12:30", "2020-02-29T12.5Z", "2020-02-29T12,5z"}},
+    {"2020-02-29 12:00:00.0", {"2020-02-29T12z", "2020-02-29T12:00Z", "2020-02-29T12:00z"}},
+    {"##INFINITE##",
+     {"##INFINITE##", "##iNfInItE##", "inf", "INF", "9999-12-31T23:59:59.999999999Z", "99991231T23:59:59,9999999989"}},
     // Roll-over.
-    {"2020-02-30 00:00:00", "2020-03-01 00:00:00.0"},
-    {"2021-02-31T00:00", "2021-03-03 00:00:00.0"},
-    {"2020-01-01T23:59:60Z", "2020-01-02 00:00:00.0"},
-    {"2020-02-29 24:00:00", "2020-03-01 00:00:00.0"},
-    {"2020-12-31T24", "2021-01-01 00:00:00.0"},
-    {"2020-01-01T12:34:60.25", "2020-01-01 12:35:00.25"},
-    {"2020-01-01T23:59:59.9999999995", "2020-01-02 00:00:00.0"},
+    {"2020-03-01 00:00:00.0", {"2020-02-30 00:00:00", "2020-02-29 24:00:00"}},
+    {"2021-03-03 00:00:00.0", {"2021-02-31T00:00"}},
+    {"2020-01-02 00:00:00.0", {"2020-01-01T23:59:60Z", "2020-01-01T24", "2020-01-01T23:59:59.9999999995"}},
+    {"2020-01-01 12:35:00.25", {"2020-01-01T12:34:60.25"}},
     // Fractions of each part, and their rounding.
-    {"2020-01-01T1230,5", "2020-01-01 12:30:30.0"},
-    {"2020-01-01T12:30.5", "2020-01-01 12:30:30.0"},
-    {"2020-01-01T12,5z", "2020-01-01 12:30:00.0"},
-    {"2020-01-01T12:30:15,5Z", "2020-01-01 12:30:15.5"},
-    {"2020-01-01T00:00:00.9999999994", "2020-01-01 00:00:00.999999999"},
-    {"2020-01-01T00:00:00.99999999949999999", "2020-01-01 00:00:00.999999999"},
-    {"2020-01-01T00:00:00.9999999995", "2020-01-01 00:00:01.0"},
-    {"2020-01-01T00:00:00.0000000004", "2020-01-01 00:00:00.0"},
-    {"2020-01-01T00:00:00.1", "2020-01-01 00:00:00.1"},
-    {"2020-01-01T00:00:00.12345678Z", "2020-01-01 00:00:00.12345678"},
-    {"2020-01-01T00:00.0000000001", "2020-01-01 00:00:00.000000006"},   // the unit after ten digits is 6 ns
-    {"2020-01-01T00:00.00000000005", "2020-01-01 00:00:00.000000001"},  // the eleventh rounds
-    {"2020-01-01T00.000000000001", "2020-01-01 00:00:00.000000003"},    // 3.6 ns, cut to 3
-    {"2020-01-01T00.0000000000019", "2020-01-01 00:00:00.000000004"},
+    {"2020-01-01 12:30:30.0", {"2020-01-01T1230,5", "2020-01-01T12:30.5"}},
+    {"2020-01-01 12:30:15.5", {"2020-01-01T12:30:15,5Z"}},
+    {"2020-01-01 00:00:00.999999999", {"2020-01-01T00:00:00.9999999994", "2020-01-01T00:00:00.99999999949999999"}},
+    {"2020-01-01 00:00:01.0", {"2020-01-01T00:00:00.9999999995"}},
+    {"2020-01-01 00:00:00.0", {"2020-01-01T00:00:00.0000000004"}},
+    {"2020-01-01 00:00:00.12345678", {"2020-01-01T00:00:00.12345678Z"}},
+    {"2020-01-01 00:00:00.000000006", {"2020-01-01T00:00.0000000001"}},   // the unit after ten digits is 6 ns
+    {"2020-01-01 00:00:00.000000001", {"2020-01-01T00:00.00000000005"}},  // the eleventh rounds
+    {"2020-01-01 00:00:00.000000003", {"2020-01-01T00.000000000001"}},    // 3.6 ns, cut to 3
+    {"2020-01-01 00:00:00.000000004", {"2020-01-01T00.0000000000019"}},
     // What the rules let through.
-    {"2020-01-01T12:00:00.", "2020-01-01 12:00:00.0"},
-    {"2020-01-01T12:00:00.Z", "2020-01-01 12:00:00.0"},
-    {"2020-01-01T12:", "2020-01-01 12:00:00.0"},
-    {"2020-01-01T12:Z", "2020-01-01 12:00:00.0"},
-    {"2020-01-01T12:.5", "2020-01-01 12:30:00.0"},
-    {"2020-01-01T12:,5", "2020-01-01 12:30:00.0"},
-    {"2020-01-01T12:30:", "2020-01-01 12:30:00.0"},
-    {"2020-01-01T12:30:.5", "2020-01-01 12:30:30.0"},
-    {"2020-01-01T12:30:z", "2020-01-01 12:30:00.0"},
+    {"2020-01-01 12:00:00.0", {"2020-01-01T12:00:00.", "2020-01-01T12:00:00.Z", "2020-01-01T12:", "2020-01-01T12:Z"}},
+    {"2020-01-01 12:30:00.0", {"2020-01-01T12:.5", "2020-01-01T12:,5", "2020-01-01T12:30:", "2020-01-01T12:30:z"}},
+    {"2020-01-01 12:30:30.0", {"2020-01-01T12:30:.5"}},
     // Limits.
-    {"1677-09-21 00:12:43.145224192", "1677-09-21 00:12:43.145224192"},
-    {"2262-04-11 23:47:16.854775806", "2262-04-11 23:47:16.854775806"},
+    {"1677-09-21 00:12:43.145224192", {"1677-09-21 00:12:43.145224192"}},
+    {"2262-04-11 23:47:16.854775806", {"2262-04-11 23:47:16.854775806"}},
 };
 
 TEST(UtcText, ReadsEveryForm) {
-    for (const GoodText& row : s_goodTexts) {
-        AbsoluteTime out;
-        const ErrorPtr error =
-            AbsoluteTime::from_string_nothrow(row.text.data(), static_cast<unsigned>(row.text.size()), &out);
-        ASSERT_TRUE(error.is_null()) << row.text;
-        EXPECT_EQ(out.as_string(), row.same) << row.text;
+    for (const GoodTexts& row : s_goodTexts) {
+        for (const std::string_view text : row.texts) {
+            AbsoluteTime out;
+            ASSERT_TRUE(read(text, out).is_null()) << text;
+            EXPECT_EQ(out.as_string(), row.same) << text;
+        }
     }
 }
 
 TEST(UtcText, ExplainsWhatIsWrong) {
     struct {
-        std::string_view text;
         std::string_view message;
+        std::vector<std::string_view> texts;
     } const cases[] = {
-        {"", s_text},
-        {"IN", s_text},
-        {"INFI", s_text},
-        {"##INFINITE#", s_text},
-        {" INF", s_text},
-        {"INF\0"sv, s_text},
-        {"2020-02-29T1", s_text},  // twelve characters are too few
-        {"##INFINITE###", s_date},
-        {"2020-13-01T00:00", s_date},
-        {"2020-00-01T00:00", s_date},
-        {"2020-01-32T00:00", s_date},
-        {"20200100T00:00", s_date},
-        {"2020-01/01T00:00", s_date},
-        {"2020 01-01T00:00", s_date},
-        {"202-001-01T00:00", s_date},
-        {"+020-01-01T00:00", s_date},
-        {"2020-1-001T00:00", s_date},
-        {"20200x01T000000", s_date},
-        {"\0\0\0\0\0\0\0\0\0\0\0\0\0"sv, s_date},
-        {"2020-01-01_00:00", s_separator},
-        {"202001010T0000", s_separator},
-        {"2020-01-01\0"
-         "00:00"sv,
-         s_separator},
-        {"2020-01-01T25:00", s_time},
-        {"2020-01-01T1:00", s_time},
-        {"2020-01-01T.5", s_time},  // the hour must be there
-        {"2020-01-01T:30", s_time},
-        {"2020-01-01TZZ", s_time},
-        {"2020-01-01T+1", s_time},
-        {"20200101T123", s_text},
-        {"2020-01-01T123", s_time},
-        {"2020-01-01T12:3", s_time},
-        {"2020-01-01T12:60", s_time},
-        {"2020-01-01T12:3x", s_time},
-        {"2020-01-01T1230:00", s_time},
-        {"2020-01-01T12:3000", s_time},
-        {"2020-01-01T12::00", s_time},
-        {"2020-01-01T12:30:61", s_time},
-        {"2020-01-01T12:30:1", s_time},
-        {"2020-01-01T12:30:00:", s_time},
-        {"2020-01-01T12:30:000", s_time},
-        {"2020-01-01T12:30,5", s_time},      // after a separator only "." may follow the minutes
-        {"2020-01-01T12:30+01:00", s_time},  // and no sign either
-        {"2020-01-01T12:30:00.5+01:00", s_time},
-        {"2020-01-01T12:30:00.5.5", s_time},
-        {"2020-01-01T12:30:00.123456789x", s_time},
-        {"2020-01-01T12:30:00 Z", s_time},
-        {"2020-01-01T12:30:00\0"sv, s_time},
-        {"2020-01-01T12:30:00.5\0"sv, s_time},
-        {"2020-01-01T12:30:\xC3\xA4", s_time},
-        {"2020-01-01T12:00:00Zx", s_afterZ},
-        {"2020-01-01T12ZZ", s_afterZ},
-        {"2020-01-01T12:00:00.5zZ", s_afterZ},
-        {"2020-01-01T24:00:01Z ", s_afterZ},
-        {"2020-01-01T12:00:00+01:00", s_offset},
-        {"2020-01-01T12:00:00-00:00", s_offset},
-        {"2020-01-01T12+01", s_offset},
-        {"2020-01-01T1230-01", s_offset},
-        {"2020-01-01T12:+01", s_offset},
-        {"2020-01-01T24:00:01", s_tooLate},
-        {"2020-01-01T24:00:00.000000001Z", s_tooLate},
-        {"2020-01-01T24.1", s_tooLate},
-        {"2020-01-01T23:59:60.1", s_tooLate},
+        // Twelve characters are too few.
+        {s_text, {"", "IN", "INFI", "##INFINITE#", " INF", "INF\0"sv, "2020-02-29T1", "20200101T123"}},
+        {s_date,
+         {"##INFINITE###", "2020-13-01T00:00", "2020-00-01T00:00", "2020-01-32T00:00", "20200100T00:00",
+          "2020-01/01T00:00", "2020 01-01T00:00", "202-001-01T00:00", "+020-01-01T00:00", "2020-1-001T00:00",
+          "20200x01T000000", "\0\0\0\0\0\0\0\0\0\0\0\0\0"sv}},
+        {s_separator, {"2020-01-01_00:00", "202001010T0000", "2020-01-01\0\60\60:00"sv}},
+        {s_time,
+         {"2020-01-01T25:00",
+          "2020-01-01T1:00",
+          "2020-01-01T.5",
+          "2020-01-01T:30",
+          "2020-01-01TZZ",
+          "2020-01-01T+1",
+          "2020-01-01T123",
+          "2020-01-01T12:3",
+          "2020-01-01T12:60",
+          "2020-01-01T12:3x",
+          "2020-01-01T1230:00",
+          "2020-01-01T12:3000",
+          "2020-01-01T12::00",
+          "2020-01-01T12:30:61",
+          "2020-01-01T12:30:1",
+          "2020-01-01T12:30:00:",
+          "2020-01-01T12:30:000",
+          "2020-01-01T12:30:00.5+01:00",
+          "2020-01-01T12:30:00.5.5",
+          "2020-01-01T12:30:00.123456789x",
+          "2020-01-01T12:30:00 Z",
+          "2020-01-01T12:30:00\0"sv,
+          "2020-01-01T12:30:00.5\0"sv,
+          "2020-01-01T12:30:\xC3\xA4"}},
+        // After a separator only "." may follow the minutes, and no sign either.
+        {s_time, {"2020-01-01T12:30,5", "2020-01-01T12:30+01:00"}},
+        {s_afterZ, {"2020-01-01T12:00:00Zx", "2020-01-01T12ZZ", "2020-01-01T12:00:00.5zZ", "2020-01-01T24:00:01Z "}},
+        {s_offset,
+         {"2020-01-01T12:00:00+01:00", "2020-01-01T12:00:00-00:00", "2020-01-01T12+01", "2020-01-01T1230-01",
+          "2020-01-01T12:+01"}},
+        {s_tooLate,
+         {"2020-01-01T24:00:01", "2020-01-01T24:00:00.000000001Z", "2020-01-01T24.1", "2020-01-01T23:59:60.1"}},
     };
     for (const auto& row : cases) {
-        expect_failure(row.text, row.message);
+        for (const std::string_view text : row.texts) {
+            expect_failure(text, row.message);
+        }
     }
 }
 
 TEST(UtcText, BeyondTheRangeCarriesTheCause) {
-    struct {
-        std::string_view text;
-        std::string_view cause;
-    } const cases[] = {
-        {"2262-04-11 23:47:16.854775807", "The specified Gregorian date/time represent a date after"},
-        {"9999-12-31T23:59:59.999999998Z", "The specified Gregorian date/time represent a date after"},
-        {"1677-09-21 00:12:43.145224191", "The specified Gregorian date/time represent a date before"},
-        {"00000101T0000", "The specified Gregorian date/time represent a date before"},
-    };
-    for (const auto& row : cases) {
-        expect_failure(row.text, s_range, true);
-        AbsoluteTime out;
-        const ErrorPtr error = AbsoluteTime::from_string_nothrow(std::string(row.text), out);
-        EXPECT_EQ(error->nested()->code(), error::nqcore_absoluteTime_range);
-        EXPECT_TRUE(error->nested()->message().view().starts_with(row.cause)) << row.text;
-    }
+    constexpr std::string_view s_before = "The specified Gregorian date/time represent a date before";
+    constexpr std::string_view s_after = "The specified Gregorian date/time represent a date after";
+    expect_failure("2262-04-11 23:47:16.854775807", s_range, s_after);
+    expect_failure("9999-12-31T23:59:59.999999998Z", s_range, s_after);
+    expect_failure("1677-09-21 00:12:43.145224191", s_range, s_before);
+    expect_failure("00000101T0000", s_range, s_before);
 }
 
 TEST(UtcText, EveryOverloadReadsTheSame) {
@@ -215,13 +177,11 @@ TEST(UtcText, EveryOverloadReadsTheSame) {
     constexpr std::int64_t s_seconds = 1'582'979'696;
     EXPECT_EQ(AbsoluteTime::from_string("2020-02-29T12:34:56Z").as_time_t(), s_seconds);
     EXPECT_EQ(AbsoluteTime::from_string(text, 20).as_time_t(), s_seconds);
-    EXPECT_EQ(AbsoluteTime::from_string(std::string(text, 20)).as_time_t(), s_seconds);
     EXPECT_EQ(AbsoluteTime::from_string(std::string_view(text, 20)).as_time_t(), s_seconds);
     EXPECT_EQ(AbsoluteTime::from_string("INF", 0xFFFFFFFFu), AbsoluteTime::infinite);
     AbsoluteTime out;
     EXPECT_TRUE(AbsoluteTime::from_string_nothrow("2020-02-29T12:34:56Z", out).is_null());
     EXPECT_EQ(out.as_time_t(), s_seconds);
-    EXPECT_TRUE(AbsoluteTime::from_string_nothrow(std::string_view(text, 19), out).is_null());
     EXPECT_TRUE(AbsoluteTime::from_string_nothrow(text, 20, nullptr).is_null());
     EXPECT_FALSE(AbsoluteTime::from_string_nothrow(text, AbsoluteTime::npos, &out).is_null());
     EXPECT_EQ(AbsoluteTime::from_string_nothrow(nullptr, 5, &out)->params().get_value("utcTime"), "");
@@ -241,7 +201,6 @@ TEST(UtcText, WritesBothForms) {
         std::string_view iso8601;
     } const cases[] = {
         {0, "1970-01-01 00:00:00.0", "1970-01-01T00:00:00.0Z"},
-        {500'000'000, "1970-01-01 00:00:00.5", "1970-01-01T00:00:00.5Z"},
         {123'456'789, "1970-01-01 00:00:00.123456789", "1970-01-01T00:00:00.123456789Z"},
         {100, "1970-01-01 00:00:00.0000001", "1970-01-01T00:00:00.0000001Z"},
         {-1, "1969-12-31 23:59:59.999999999", "1969-12-31T23:59:59.999999999Z"},
@@ -253,7 +212,6 @@ TEST(UtcText, WritesBothForms) {
         const AbsoluteTime time = AbsoluteTime::from_nsec(row.ns);
         EXPECT_EQ(time.as_string(), row.plain);
         EXPECT_EQ(time.as_iso8601_string(), row.iso8601);
-        EXPECT_EQ(UtcText::plain(time).view(), row.plain);
         EXPECT_EQ(std::string(UtcText::iso8601(time).c_str()), row.iso8601);
         EXPECT_EQ(UtcText::iso8601(time).length(), row.iso8601.size());
     }
@@ -270,34 +228,25 @@ TEST(UtcText, RoundTrip) {
     }
 }
 
-// Whatever is read or refused, the text is in the error, and nothing is written without success.
+// What is read comes back from its text.
 void expect_value_or_whole_text(std::string_view text) {
-    const auto copy = std::make_unique<char[]>(text.size());
-    text.copy(copy.get(), text.size());
-    AbsoluteTime out(77);
-    const ErrorPtr error = AbsoluteTime::from_string_nothrow(std::string_view(copy.get(), text.size()), out);
-    if (!error.is_null()) {
-        ASSERT_EQ(error->params().get_value("utcTime"), text);
-        ASSERT_EQ(error->code(), error::nqcore_absoluteTime_invalidUtcString);
-        ASSERT_EQ(out, AbsoluteTime(77));
-    } else if (!out.is_infinite()) {
+    AbsoluteTime out;
+    if (read(text, out).is_null()) {
         ASSERT_EQ(AbsoluteTime::from_string(out.as_iso8601_string()), out);
     }
 }
 
 TEST(UtcText, EveryPrefixAndOneByteChange) {
-    for (const GoodText& row : s_goodTexts) {
-        for (std::size_t length = 0; length < row.text.size(); ++length) {
-            expect_value_or_whole_text(row.text.substr(0, length));
-        }
-        std::string changed(row.text);
-        for (char& place : changed) {
-            const char original = place;
-            for (int byte = 0; byte < 256; ++byte) {
-                place = static_cast<char>(byte);
-                expect_value_or_whole_text(changed);
+    for (const GoodTexts& row : s_goodTexts) {
+        for (const std::string_view text : row.texts) {
+            for (std::size_t at = 0; at < text.size(); ++at) {
+                expect_value_or_whole_text(text.substr(0, at));
+                std::string changed(text);
+                for (int byte = 0; byte < 256; ++byte) {
+                    changed[at] = static_cast<char>(byte);
+                    expect_value_or_whole_text(changed);
+                }
             }
-            place = original;
         }
     }
     expect_value_or_whole_text(std::string(1'000'000, '9'));
