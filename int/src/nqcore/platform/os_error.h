@@ -20,7 +20,4 @@ enum class ErrnoNumbering { Windows, Posix };
 [[nodiscard]] unsigned long saved_os_error() noexcept;
 void set_saved_os_error(unsigned long error) noexcept;
 
-/// Why the calling thread's last system call failed, in the system's own numbers.
-[[nodiscard]] unsigned long last_os_error() noexcept;
-
 }  // namespace nqcore::platform

@@ -1,7 +1,5 @@
 #include "../os_error.h"
 
-#include <cerrno>
-
 namespace nqcore::platform {
 namespace {
 
@@ -16,7 +14,5 @@ std::string windows_error_text(unsigned long) { return {}; }
 unsigned long saved_os_error() noexcept { return s_savedOsError; }
 
 void set_saved_os_error(unsigned long error) noexcept { s_savedOsError = error; }
-
-unsigned long last_os_error() noexcept { return static_cast<unsigned long>(errno); }
 
 }  // namespace nqcore::platform

@@ -33,6 +33,4 @@ unsigned long saved_os_error() noexcept { return _doserrno; }
 
 void set_saved_os_error(unsigned long error) noexcept { _doserrno = error; }
 
-unsigned long last_os_error() noexcept { return GetLastError(); }
-
 }  // namespace nqcore::platform
