@@ -109,6 +109,10 @@ BadLexicalCast::~BadLexicalCast() = default;
 
 const char* BadLexicalCast::what() const noexcept { return "nqcore::BadLexicalCast"; }
 
+void throw_errno(const SourceLocation& location, int errnoValue) {
+    throw_error(ErrorInfo::from_errno(location, errnoValue));
+}
+
 void throw_error(const ErrorInfo::Ptr& error) { throw ErrorException(error); }
 
 void throw_error(const ErrorCode& code, const char* message, const SourceLocation& location) {

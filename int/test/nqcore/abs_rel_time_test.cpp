@@ -7,12 +7,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <limits>
 #include <sstream>
 #include <string>
-#include <unordered_set>
 
 namespace nqcore {
 namespace {
@@ -31,29 +31,8 @@ const std::int64_t s_readAtStart[] = {AbsoluteTime::infinite.as_nsec(), Absolute
                                       RelativeTime::max_time.as_nsec(), RelativeTime::zero.as_nsec(),
                                       TimeBase::MAX_SYSTEMTIME.wYear};
 
-TEST(AbsRelTime, SpecialValuesAreThereBeforeMain) {
+TEST(AbsRelTime, ConstantsAreThereBeforeMainAndForReferences) {
     EXPECT_THAT(s_readAtStart, testing::ElementsAre(s_infinite, s_min, s_max, 0, 30827));
-}
-
-TEST(AbsRelTime, SpecialValuesAnswerForThemselvesOnly) {
-    EXPECT_TRUE(AbsoluteTime::infinite.is_infinite());
-    EXPECT_FALSE(AbsoluteTime::max_time.is_infinite());
-    EXPECT_TRUE(AbsoluteTime::max_time.is_max_time());
-    EXPECT_TRUE(RelativeTime::min_time.is_min_time());
-    EXPECT_FALSE(RelativeTime::zero.is_min_time());
-    EXPECT_TRUE(RelativeTime::infinite.is_positive());
-    EXPECT_TRUE(RelativeTime::min_time.is_negative());
-    EXPECT_TRUE(RelativeTime().is_zero());
-}
-
-TEST(AbsRelTime, Constants) {
-    EXPECT_EQ(TimeBase::MAX_I64_MICROSECONDS, s_infinite);
-    EXPECT_EQ(TimeBase::MAX_I64_MILLISECONDS, s_infinite);
-    EXPECT_EQ(TimeBase::MAX_TIME_T, s_infinite);
-    EXPECT_EQ(TimeBase::MAX_DOUBLE_SECONDS, std::numeric_limits<double>::infinity());
-    EXPECT_EQ(TimeBase::FILETIME_TO_EPOCH_OFFSET, 11644473600u * 10'000'000);
-    EXPECT_EQ(TimeBase::MAX_FILETIME.dwHighDateTime, 0xFFFFFFFFu);
-    // Each is exported, for users that bind a reference to it; 32-bit ones are 32 bits wide on both targets.
     std::int64_t product = 1;
     for (const std::int32_t* factor :
          {&TimeBase::HOURS_IN_ONE_DAY, &TimeBase::MINUTES_IN_ONE_HOUR, &TimeBase::SECONDS_IN_ONE_MINUTE,
@@ -62,6 +41,8 @@ TEST(AbsRelTime, Constants) {
         product *= *factor;
     }
     EXPECT_EQ(product, TimeBase::NANOSECONDS_IN_ONE_DAY);
+    EXPECT_TRUE(AbsoluteTime::max_time.is_max_time() && !AbsoluteTime::max_time.is_infinite());
+    EXPECT_TRUE(RelativeTime::infinite.is_positive() && RelativeTime::min_time.is_negative());
 }
 
 TEST(AbsRelTime, NumbersAreSecondsForPointsAndNanosecondsForSpans) {
@@ -87,9 +68,7 @@ TEST(AbsRelTime, SystemStructuresGoInAndOut) {
     EXPECT_EQ(RelativeTime(nano).as_nsec(), 3'250'000'001);
 
     const RelativeTime negative(-3'250'000'999);
-    EXPECT_EQ(negative.as_timeval_sec(), -3);
-    EXPECT_EQ(negative.as_timeval_usec(), -250'000);
-    EXPECT_EQ(negative.as_timespec().tv_sec, -3);
+    EXPECT_EQ(negative.as_timeval().tv_usec, -250'000);
     EXPECT_EQ(negative.as_timespec().tv_nsec, -250'000'999);
     EXPECT_EQ(negative.as_ace_time_value(), ACE_Time_Value(-3, -250'000));
 }
@@ -98,13 +77,11 @@ TEST(AbsRelTime, AceTimeOutOfInfiniteIsNull) {
     EXPECT_TRUE(RelativeTime(nullptr).is_infinite());
     const ACE_Time_Value two(2, 5);
     EXPECT_EQ(AbsoluteTime(&two).as_nsec(), 2'000'005'000);
-
+    impl::AceTimeoutProxy timeOut = RelativeTime(1'500'000'999).as_ace_timeout();
+    EXPECT_EQ(*static_cast<const ACE_Time_Value*>(timeOut), ACE_Time_Value(1, 500'000));
     const impl::AceTimeoutProxy none = AbsoluteTime::infinite.as_ace_timeout();
-    EXPECT_EQ(static_cast<const ACE_Time_Value*>(none), nullptr);
-    impl::AceTimeoutProxy some = RelativeTime(1'500'000'999).as_ace_timeout();
-    EXPECT_EQ(*static_cast<const ACE_Time_Value*>(some), ACE_Time_Value(1, 500'000));
-    some = none;
-    EXPECT_EQ(static_cast<const ACE_Time_Value*>(some), nullptr);
+    timeOut = none;
+    EXPECT_EQ(static_cast<const ACE_Time_Value*>(timeOut), nullptr);
 }
 
 TEST(AbsRelTime, InfiniteConvertsToMarkersOfEachForm) {
@@ -114,13 +91,12 @@ TEST(AbsRelTime, InfiniteConvertsToMarkersOfEachForm) {
     EXPECT_EQ(infinite.as_time_t(), s_infinite);
     EXPECT_TRUE(std::isinf(infinite.as_sec()));
     EXPECT_EQ(infinite.as_timeval_sec(), 2147483647);
-    EXPECT_EQ(infinite.as_timeval().tv_usec, 2147483647);
+    EXPECT_EQ(infinite.as_timeval_usec(), 2147483647);
     EXPECT_EQ(infinite.as_filetime().dwLowDateTime, 0xFFFFFFFFu);
     EXPECT_EQ(infinite.as_systemtime().wYear, 30827);
     // The value below is an ordinary number; all divisions truncate toward zero.
     EXPECT_EQ(AbsoluteTime::max_time.as_usec(), 9'223'372'036'854'775);
     EXPECT_EQ(AbsoluteTime::min_time.as_msec(), -9'223'372'036'854);
-    EXPECT_EQ(AbsoluteTime::min_time.as_time_t(), -9'223'372'036);
     EXPECT_EQ(at(-1'500'000'000).as_time_t(), -1);
     EXPECT_EQ(at(-1'500'000'000).as_sec(), -1.5);
 }
@@ -130,13 +106,9 @@ template <class Seconds>
 void expect_split(Seconds seconds, std::int64_t fraction, std::int64_t trueSeconds, std::int64_t trueFraction,
                   std::int64_t lastFraction) {
     using Limits = std::numeric_limits<Seconds>;
-    if (trueSeconds > Limits::max() || trueSeconds < Limits::min()) {
-        EXPECT_EQ(seconds, trueSeconds > 0 ? Limits::max() : Limits::min());
-        EXPECT_EQ(fraction, trueSeconds > 0 ? lastFraction : -lastFraction);
-    } else {
-        EXPECT_EQ(seconds, trueSeconds);
-        EXPECT_EQ(fraction, trueFraction);
-    }
+    const std::int64_t nearest = std::clamp<std::int64_t>(trueSeconds, Limits::min(), Limits::max());
+    EXPECT_EQ(seconds, nearest);
+    EXPECT_EQ(fraction, nearest == trueSeconds ? trueFraction : trueSeconds > 0 ? lastFraction : -lastFraction);
 }
 
 TEST(AbsRelTime, SecondsBeyondTheFieldAreClamped) {
@@ -151,14 +123,12 @@ TEST(AbsRelTime, SecondsBeyondTheFieldAreClamped) {
 TEST(AbsRelTime, FloatingSecondsTruncateAndNeverOverflow) {
     EXPECT_EQ(AbsoluteTime(1.5).as_nsec(), 1'500'000'000);
     EXPECT_EQ(RelativeTime(-1.9e-9).as_nsec(), -1);
-    EXPECT_EQ(RelativeTime(9223372036.0).as_nsec(), 9'223'372'036'000'000'000);
     constexpr double s_nan = std::numeric_limits<double>::quiet_NaN();
     constexpr double s_inf = std::numeric_limits<double>::infinity();
     for (const double outside : {9223372036.9, -9223372037.0, 1e300, s_inf, -s_inf, s_nan}) {
         EXPECT_TRUE(AbsoluteTime(outside).is_min_time()) << outside;
     }
-    EXPECT_EQ(RelativeTime::seconds(3) * 0.5, RelativeTime::milliseconds(1500));
-    EXPECT_EQ(RelativeTime::seconds(3) * -2, RelativeTime::seconds(-6));
+    EXPECT_EQ(RelativeTime::seconds(3) * 0.5, RelativeTime::microseconds(1'500'000));
     EXPECT_TRUE((RelativeTime::infinite * 1.0).is_min_time());
 }
 
@@ -180,54 +150,47 @@ TEST(AbsRelTime, DaysHoursMinutesWrapAt32Bits) {
     EXPECT_EQ(RelativeTime::days(24856).as_time_t(), 2'147'558'400 - 4'294'967'296);
     EXPECT_EQ(RelativeTime::hours(596'524).as_time_t(), 2'147'486'400 - 4'294'967'296);
     EXPECT_EQ(RelativeTime::minutes(-35'791'395).as_time_t(), 4'294'967'296 - 2'147'483'700);
-    EXPECT_EQ(RelativeTime::seconds(2'147'483'647).as_time_t(), 2'147'483'647);
 }
 
 TEST(AbsRelTime, SumsAreInfiniteOrWrap) {
-    const RelativeTime endless = RelativeTime::infinite;
-    EXPECT_TRUE((AbsoluteTime::infinite + RelativeTime::min_time).is_infinite());
-    EXPECT_TRUE((endless + AbsoluteTime::min_time).is_infinite());
-    EXPECT_TRUE((AbsoluteTime::zero - endless).is_infinite());
-    EXPECT_TRUE((endless - endless).is_infinite());
-    EXPECT_TRUE((AbsoluteTime::max_time + RelativeTime(1)).is_infinite());
-    EXPECT_TRUE((AbsoluteTime::max_time + RelativeTime(2)).is_min_time());
-    EXPECT_TRUE((AbsoluteTime::min_time - RelativeTime(1)).is_infinite());
-    EXPECT_TRUE((RelativeTime::min_time - RelativeTime(2)).is_max_time());
-    RelativeTime total(1'000'000'000);
-    total += RelativeTime(5);
-    total -= RelativeTime(1'000'000'000);
-    EXPECT_EQ(total.as_nsec(), 5);
+    constexpr std::int64_t cases[][3] = {{s_infinite, s_min, s_infinite}, {0, s_infinite, s_infinite},
+                                         {s_max, 1, s_infinite},          {s_max, 2, s_min},
+                                         {s_min, -1, s_infinite},         {s_min, -2, s_max}};
+    for (const auto& [left, right, ns] : cases) {
+        SCOPED_TRACE(testing::Message() << left << " + " << right);
+        EXPECT_EQ(at(left) + span(right), at(ns));
+        EXPECT_EQ(span(right) + at(left), at(ns));
+        EXPECT_EQ(AbsoluteTime(span(right), at(left)), at(ns));
+        EXPECT_EQ(at(left) - -span(right), at(ns));
+        RelativeTime total = span(left);
+        total += span(right);
+        EXPECT_EQ(total, span(ns));
+        total = span(left);
+        total -= -span(right);
+        EXPECT_EQ(total, span(ns));
+    }
     AbsoluteTime moved;
-    moved -= total;
-    EXPECT_EQ(RelativeTime(3) + moved, at(-2));
-    EXPECT_EQ(AbsoluteTime(RelativeTime(3), at(4)), at(7));
-    EXPECT_TRUE(AbsoluteTime(endless).is_infinite());
-}
-
-TEST(AbsRelTime, MinusKeepsInfiniteAndMin) {
+    moved -= span(5);
+    EXPECT_EQ(moved, at(-5));
+    EXPECT_TRUE(AbsoluteTime(RelativeTime::infinite).is_infinite());
+    // What minus leaves as it is.
     EXPECT_EQ(-RelativeTime::min_time, RelativeTime::min_time);
     EXPECT_EQ(-RelativeTime::infinite, RelativeTime::infinite);
-    EXPECT_EQ(-RelativeTime::max_time, span(s_min + 2));
-    RelativeTime value(5);
+    RelativeTime value = RelativeTime::max_time;
     value.negate();
-    EXPECT_EQ(value, RelativeTime(-5));
+    EXPECT_EQ(value, span(s_min + 2));
 }
 
 TEST(AbsRelTime, DifferenceOfPoints) {
     // A difference that does not fit keeps its low 32 bits below 0x7FFFFFFF: never negative, and infinite only where
     // they are all ones.
-    constexpr std::int64_t cases[][3] = {{5, 3, 2},
-                                         {3, 5, -2},
+    constexpr std::int64_t cases[][3] = {{3, 5, -2},
                                          {7, 7, 0},
                                          {s_infinite, s_min, s_infinite},
                                          {0, s_infinite, s_infinite},
-                                         {s_infinite, s_infinite, s_infinite},
-                                         {s_max, 0, s_max},
                                          {0, s_max, -s_max},
                                          {s_max, -1, s_infinite},
-                                         {-1, s_max, s_infinite},
                                          {0, s_min, 0x7FFFFFFF'00000000},
-                                         {s_min, 0, 0x7FFFFFFF'00000000},
                                          {s_max, s_min, 0x7FFFFFFF'FFFFFFFE},
                                          {s_min, s_max, 0x7FFFFFFF'FFFFFFFE},
                                          {s_max - 5, s_min + 4, 0x7FFFFFFF'FFFFFFF5}};
@@ -237,18 +200,15 @@ TEST(AbsRelTime, DifferenceOfPoints) {
 }
 
 TEST(AbsRelTime, DeadlinesCountDownToZero) {
-    const AbsoluteTime deadline = at(100);
-    EXPECT_EQ(deadline.remaining(at(60)), RelativeTime(40));
-    EXPECT_EQ(deadline.remaining(at(130)), RelativeTime::zero);
-    EXPECT_EQ(deadline.overtime(at(130)), RelativeTime(30));
-    EXPECT_EQ(deadline.overtime(at(60)), RelativeTime::zero);
-    EXPECT_TRUE(AbsoluteTime::infinite.remaining(at(0)).is_infinite());
-    EXPECT_TRUE(AbsoluteTime::infinite.overtime(at(0)).is_infinite());
+    EXPECT_EQ(at(100).remaining(at(60)), RelativeTime(40));
+    EXPECT_EQ(at(100).remaining(at(130)), RelativeTime::zero);
+    EXPECT_EQ(at(100).overtime(at(130)), RelativeTime(30));
+    EXPECT_EQ(at(100).overtime(at(60)), RelativeTime::zero);
     // Against the clock.
     EXPECT_TRUE(AbsoluteTime::zero.remaining().is_zero());
+    EXPECT_GT(AbsoluteTime::zero.overtime(), RelativeTime::days(365));
     EXPECT_TRUE(AbsoluteTime::infinite.remaining().is_infinite());
     EXPECT_TRUE(AbsoluteTime::infinite.overtime().is_infinite());
-    EXPECT_GT(AbsoluteTime::zero.overtime(), RelativeTime::days(365));
 }
 
 TEST(AbsRelTime, NowIsTheSystemClock) {
@@ -262,31 +222,26 @@ TEST(AbsRelTime, NowIsTheSystemClock) {
     EXPECT_LE(to_chrono(soon).time_since_epoch(), after + slack);
 }
 
-TEST(AbsRelTime, OrderAndHash) {
-    EXPECT_LT(AbsoluteTime::min_time, AbsoluteTime::zero);
+TEST(AbsRelTime, OrderHashAndStream) {
     EXPECT_LT(AbsoluteTime::max_time, AbsoluteTime::infinite);
     EXPECT_GE(RelativeTime::infinite, RelativeTime::max_time);
     EXPECT_EQ(AbsoluteTime::infinite.hash(), 0x80000000u);
     EXPECT_EQ(span(0x12345678'9ABCDEF0).hash(), 0x12345678u ^ 0x9ABCDEF0u);
-    EXPECT_EQ(span(-1).hash(), 0u);
-    const std::unordered_set<AbsoluteTime> times = {at(1), at(2), at(1)};
-    EXPECT_EQ(times.size(), 2u);
+    EXPECT_EQ(std::hash<AbsoluteTime>()(at(3)), 3u);
+    std::ostringstream stream;
+    stream << AbsoluteTime::zero << ' ' << AbsoluteTime::infinite;
+    EXPECT_EQ(stream.str(), "1970-01-01 00:00:00.0 ##INFINITE##");
 }
 
 std::uint64_t ticks_of(const FILETIME& time) { return std::uint64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime; }
 
-FILETIME file_time(std::uint64_t ticks) {
-    return {static_cast<std::uint32_t>(ticks), static_cast<std::uint32_t>(ticks >> 32)};
-}
-
 TEST(AbsRelTime, FileTimes) {
-    EXPECT_EQ(ticks_of(AbsoluteTime::zero.as_filetime()), 116444736000000000u);
     EXPECT_EQ(ticks_of(at(-199).as_filetime()), 116444735999999999u);  // toward zero
     EXPECT_EQ(ticks_of(AbsoluteTime::min_time.as_filetime()), 24211015631452242u);
     EXPECT_EQ(ticks_of(AbsoluteTime::max_time.as_filetime()), 208678456368547758u);
-    EXPECT_EQ(AbsoluteTime(file_time(116444736000000001u), false).as_nsec(), 100);
+    EXPECT_EQ(AbsoluteTime(AbsoluteTime::max_time.as_filetime(), false).as_nsec(), s_max / 100 * 100);
     // Wraps round: 1601 lies before the range, all bits set beyond it.
-    EXPECT_EQ(AbsoluteTime(file_time(0), false).as_nsec(), 6'802'270'473'709'551'616);
+    EXPECT_EQ(AbsoluteTime(FILETIME{0, 0}, false).as_nsec(), 6'802'270'473'709'551'616);
     EXPECT_EQ(AbsoluteTime(TimeBase::MAX_FILETIME, false).as_nsec(),
               static_cast<std::int64_t>((0u - 1ull - 116444736000000000u) * 100));
 }
@@ -295,8 +250,7 @@ TEST(AbsRelTime, SystemTimes) {
     const SYSTEMTIME leap = {2020, 2, 6, 29, 12, 34, 56, 789};
     EXPECT_EQ(AbsoluteTime(leap, false).as_nsec(), 1'582'979'696'789'000'000);
     // What the calendar does not have is not reported; the result is the epoch.
-    for (const SYSTEMTIME& bad : {SYSTEMTIME{2020, 2, 0, 30, 0, 0, 0, 0}, SYSTEMTIME{2020, 13, 0, 1, 0, 0, 0, 0},
-                                  SYSTEMTIME{1600, 1, 0, 1, 0, 0, 0, 0}, SYSTEMTIME{2020, 1, 0, 1, 24, 0, 0, 0}}) {
+    for (const SYSTEMTIME& bad : {SYSTEMTIME{2020, 2, 0, 30, 0, 0, 0, 0}, SYSTEMTIME{1600, 1, 0, 1, 0, 0, 0, 0}}) {
         EXPECT_EQ(AbsoluteTime(bad, true), AbsoluteTime::zero);
     }
 }
@@ -307,12 +261,6 @@ TEST(AbsRelTime, ChronoRoundTrip) {
         EXPECT_EQ(to_chrono(span(ns)).count(), ns);
     }
     EXPECT_TRUE(from_chrono(std::chrono::sys_time<std::chrono::nanoseconds>::max()).is_infinite());
-}
-
-TEST(AbsRelTime, StreamWritesAsString) {
-    std::ostringstream stream;
-    stream << AbsoluteTime::zero << ' ' << AbsoluteTime::infinite;
-    EXPECT_EQ(stream.str(), "1970-01-01 00:00:00.0 ##INFINITE##");
 }
 
 }  // namespace

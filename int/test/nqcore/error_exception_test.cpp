@@ -19,15 +19,13 @@ namespace {
 TEST(ErrorException, CarriesAndRethrowsItsRecord) {
     const ErrorInfo::Ptr error = record("error.a.b");
     const ErrorException exception(error);
-    EXPECT_TRUE(exception.matches("error.a"));
+    EXPECT_TRUE(exception.matches("error.a.c", 7));
     EXPECT_TRUE(exception.any_matches(ErrorCode("error.a.b")));
     EXPECT_EQ(exception.first_matching(SourceString("error", true)), error);
-    EXPECT_FALSE(exception.matches("error.b.c", 7));
     try {
         exception.rethrow();
     } catch (const ErrorException& caught) {
         EXPECT_EQ(caught.error(), error);
-        EXPECT_NE(&caught, &exception);
     }
     const WeakRefPromoteException weak;
     const ErrorException& base = weak;
@@ -38,43 +36,34 @@ TEST(ErrorException, CarriesAndRethrowsItsRecord) {
 TEST(ErrorException, NeverCarriesNull) {
     const ErrorInfo::Ptr error = ErrorException(ErrorInfo::Ptr()).error();
     EXPECT_THAT(error, AllOf(HasCode("error.nqcore"), HasMessage("Unknown error (NULL ErrorInfo pointer)")));
-    EXPECT_EQ(error->location().function().view(), "nqcore::ErrorException::ErrorException()");
-    EXPECT_EQ(error->location().file_path(), "//nqcore/int/src/nqcore/error_exception.cpp");
-    EXPECT_EQ(error->location().line(), 43u);
+    EXPECT_EQ(error->location(), SourceLocation("nqcore::ErrorException::ErrorException()",
+                                                "$Id: //nqcore/int/src/nqcore/error_exception.cpp#1 $", 43));
 }
-
-class Unprintable : public ErrorException {
-public:
-    using ErrorException::ErrorException;
-
-protected:
-    std::string build_what_text() const override { throw std::bad_alloc(); }
-};
 
 TEST(ErrorException, WhatIsTheTextForm) {
     const ErrorInfo::Ptr error = record();
     std::ostringstream expected;
     expected << ErrorInfo::Trace{*error, 0};
     ErrorException exception(error);
-    const char* const text = exception.what();
-    EXPECT_EQ(text, expected.str());
-    EXPECT_EQ(exception.what(), text) << "built once";
     std::ostringstream stream;
     stream << exception;
     EXPECT_EQ(stream.str(), expected.str());
+    EXPECT_EQ(exception.what(), expected.str());
 
     const ErrorException other(record("error.other"));
     exception = other;
-    EXPECT_NE(std::string(exception.what()).find("error.other"), std::string::npos) << "the text follows the record";
-    EXPECT_NE(exception.what(), other.what());
-    EXPECT_STREQ(Unprintable(error).what(), "nqcore::ErrorException");
+    EXPECT_STREQ(exception.what(), other.what()) << "the text follows the record";
 }
 
 TEST(ErrorException, WhatMayBeAskedByManyThreads) {
     for (int round = 0; round < 50; ++round) {
-        const ErrorException exception(record());
+        const ErrorException exception(record("error.a", "{@a}", ErrorParams().add("a", "1"), record("error.b")));
         std::vector<const char*> texts(4);
-        run_on_threads(texts, [&](const char*& text) { text = exception.what(); });
+        run_on_threads(texts, [&](const char*& text) {
+            text = exception.what();
+            const ErrorInfo::Ptr mine = exception.error();
+            EXPECT_TRUE(mine->any_matches("error.b") && mine->hash() == exception.error()->hash());
+        });
         EXPECT_EQ(texts, std::vector<const char*>(4, exception.what()));
     }
 }
@@ -101,9 +90,6 @@ TEST(ThrowError, CreatesAndThrows) {
 struct Custom : std::exception {
     const char* what() const noexcept override { return nullptr; }
 };
-struct CustomRange : std::out_of_range {
-    using std::out_of_range::out_of_range;
-};
 
 TEST(FromException, KnowsTheStandardClasses) {
     struct Row {
@@ -119,7 +105,6 @@ TEST(FromException, KnowsTheStandardClasses) {
         {made(std::invalid_argument("m")), "error.exception.logic_error.invalid_argument"},
         {made(std::length_error("m")), "error.exception.logic_error.length_error"},
         {made(std::out_of_range("m")), "error.exception.logic_error.out_of_range"},
-        {made(CustomRange("m")), "error.exception.logic_error.out_of_range"},
         {made(std::logic_error("m")), "error.exception.logic_error"},
         {made(std::range_error("m")), "error.exception.runtime_error.range_error"},
         {made(std::overflow_error("m")), "error.exception.runtime_error.overflow_error"},
@@ -134,7 +119,6 @@ TEST(FromException, KnowsTheStandardClasses) {
         EXPECT_FALSE(error->message().is_reference()) << "a copy";
         EXPECT_EQ(error->location(), s_location);
     }
-    EXPECT_THAT(ErrorInfo::from_exception(std::bad_typeid(), s_location), HasParam("classname", "std::bad_typeid"));
     EXPECT_THAT(ErrorInfo::from_exception(Custom(), s_location),
                 AllOf(HasCode("error.exception"), HasMessage(""),
                       HasParam("classname", "nqcore::(anonymous namespace)::Custom")));
@@ -159,20 +143,12 @@ struct ErrnoCase {
     const char* message;
 };
 const ErrnoCase s_errnoCases[] = {
-    {EPERM, "EPERM",
-     "Operation not permitted (an attempt was made to perform an operation limited to processes with appropriate "
-     "privileges or to the owner of a resource)"},
-    {ENOENT, "ENOENT", "No such file, directory, or resource"},
     {EAGAIN, "EAGAIN",
      "Resource temporarily unavailable or a non-blocking operation could not be completed immediately"},
-    {ENOMEM, "ENOMEM", "Not enough space"},
     {EBUSY, "EBUSY", "Device or resource busy "},
     {EINVAL, "EINVAL", "Invalid argument"},
     {EDOM, "EDOM", "Math argument out of domain of func"},
-    {ERANGE, "ERANGE", "Math result not representable (out of range)"},
     {ETIME, "ETIME", "The request was not completed in the allotted time; a timeout occurred"},
-    {10054, "ECONNRESET", "An existing connection was forcibly closed by the remote host"},
-    {10061, "ECONNREFUSED", "No connection could be made because the target machine actively refused it"},
     {10062, "ELOOP", "Cannot translate name"},
     {10067, "EPROCLIM", "Exceeded maximum number of applications using device concurrently"},
     {10068, "EUSERS", "Ran out of quota"},
@@ -182,8 +158,7 @@ TEST(FromErrno, NamesAndDescribesNumbers) {
     for (const ErrnoCase& row : s_errnoCases) {
         SCOPED_TRACE(row.name);
         const ErrorInfo::Ptr error = ErrorInfo::from_errno(s_location, row.number);
-        const std::string code = std::string("error.errno.") + row.name;
-        EXPECT_THAT(error, AllOf(HasCode(code.c_str()), HasParam("errno", std::to_string(row.number))));
+        EXPECT_EQ(error->code().value().as_string(), std::string("error.errno.") + row.name);
         EXPECT_EQ(error->native_code(), row.number);
         EXPECT_EQ(error->message().view(), row.message);
         EXPECT_EQ(errno_message(row.number).view(), row.message);
@@ -199,7 +174,6 @@ TEST(FromErrno, OddNumbers) {
         EXPECT_FALSE(error->message().empty()) << names[i];
     }
     EXPECT_THAT(ErrorInfo::from_errno(s_location, 10035), AllOf(HasCode(error::errno_EAGAIN), HasParam("errno", "11")));
-    EXPECT_EQ(errno_message(10035).view(), errno_message(11).view());
     EXPECT_THAT(ErrorInfo::from_errno(s_location, 0),
                 AllOf(HasCode(""), HasMessage("No Error"), HasParam("errno", "0")));
     EXPECT_THAT(ErrorInfo::from_errno(s_location, record(), ENOENT), HasCause(HasCode("error.a")));
@@ -212,19 +186,14 @@ TEST(FromErrno, OddNumbers) {
     EXPECT_THAT(ErrorInfo::from_errno(s_location, -5), HasCode("error.errno.-5"));
 }
 
-TEST(FromWinerror, KeepsTheNumber) {
+TEST(FromWinerror, KeepsTheNumberOrMapsToTheRuntimes) {
+    const auto caused = HasCause(HasCode("error.a"));
     const ErrorInfo::Ptr error = ErrorInfo::from_winerror_nomap(s_location, record(), 5);
-    EXPECT_THAT(error,
-                AllOf(HasCode("error.os.windows.5"), HasParam("winErrorCode", "5"), HasCause(HasCode("error.a"))));
-    EXPECT_EQ(error->native_code(), 5);
+    EXPECT_THAT(error, AllOf(HasCode("error.os.windows.5"), HasParam("winErrorCode", "5"), caused));
     const std::string message = error->message().as_string();
     EXPECT_EQ(message.find_last_not_of(" \r\n\t") + 1, message.size()) << "trimmed";
     EXPECT_THAT(ErrorInfo::from_winerror_nomap(s_location, nullptr, 4294967295ul),
                 HasCode("error.os.windows.4294967295"));
-}
-
-TEST(FromWinerror, MapsToTheRuntimesNumbers) {
-    const auto caused = HasCause(HasCode("error.a"));
     EXPECT_THAT(ErrorInfo::from_winerror(s_location, record(), 145, true),
                 AllOf(HasCode(error::errno_ENOTEMPTY), HasParam("errno", std::to_string(ENOTEMPTY)),
                       HasCause(AllOf(HasCode("error.os.windows.145"), caused))));
@@ -248,12 +217,6 @@ TEST(Errno, FromWindowsNumbers) {
         EXPECT_EQ(set_errno_from_winerror(row.winError), row.number == 0 ? 22 : row.number) << row.winError;
         EXPECT_EQ(errno, row.number == 0 ? 22 : row.number) << row.winError;
     }
-}
-
-TEST(Errno, SetStoresWouldBlockAsAgain) {
-    EXPECT_EQ(set_errno(10035), 11);
-    EXPECT_EQ(errno, 11);
-    EXPECT_EQ(set_errno(10036), 10036);
     EXPECT_EQ(set_errno(0), 0);
     EXPECT_EQ(errno, 0);
 }

@@ -39,7 +39,6 @@ TEST(ErrorInfo, KeepsWhatItIsGiven) {
     EXPECT_EQ(error->hostname().data(), cause->hostname().data()) << "shared by all records";
 
     EXPECT_TRUE(ErrorInfo::create("c", "m", s_location)->nested().is_null());
-    EXPECT_EQ(ErrorInfo::create("c", "m", s_location, cause)->nested(), cause);
     EXPECT_EQ(ErrorInfo::create("c", SourceString("m", 1), s_location)->message().view(), "m");
     EXPECT_EQ(ErrorInfo::create("c", SourceString("m", 1), s_location, cause)->nested(), cause);
 }
@@ -57,9 +56,7 @@ TEST(ErrorInfo, MatchesAlongTheChain) {
     const ErrorInfo::Ptr inner = record("error.nqcore.uuid.parse");
     const ErrorInfo::Ptr outer = record("error.nqcore.result.cancelled", "m", {}, inner);
     const auto expect_inner = [&](const auto&... family) {
-        EXPECT_FALSE(outer->matches(family...));
-        EXPECT_TRUE(inner->matches(family...));
-        EXPECT_TRUE(outer->any_matches(family...));
+        EXPECT_TRUE(!outer->matches(family...) && outer->any_matches(family...));
         EXPECT_EQ(outer->first_matching(family...), inner);
     };
     expect_inner("error.nqcore.uuid");
@@ -68,32 +65,27 @@ TEST(ErrorInfo, MatchesAlongTheChain) {
     expect_inner("error.nqcore.uuid.xyz", 17u);
     EXPECT_EQ(outer->first_matching("error.nqcore"), outer) << "starts with itself";
     EXPECT_EQ(outer->first_matching(static_cast<const char*>(nullptr)), outer);
-    EXPECT_FALSE(outer->any_matches("error.nqcore.future"));
     EXPECT_TRUE(outer->first_matching("error.nqcore.future").is_null());
 }
 
 TEST(ErrorInfo, NativeCodeReadsANumber) {
     const auto native = [](std::string_view text) { return with_param("errno", text)->native_code(); };
     errno = 77;
-    for (const char* const five : {"5", "0x5", "05", " 5", "+5"}) {
-        EXPECT_EQ(native(five), 5) << five;
+    for (const char* const sixteen : {"16", "0x10", "020", " 16", "+16"}) {
+        EXPECT_EQ(native(sixteen), 16) << sixteen;
     }
-    for (const char* const none : {"5 ", "12abc", "", "abc", "0x"}) {
+    for (const char* const none : {"5 ", "12abc", "", "0x"}) {
         EXPECT_EQ(native(none), 0) << none;
     }
-    EXPECT_EQ(native("0x10"), 16);
-    EXPECT_EQ(native("010"), 8);
     EXPECT_EQ(native("99999999999999999999"), LONG_MAX);
     EXPECT_EQ(native("-99999999999999999999"), LONG_MIN);
     EXPECT_EQ(errno, 77) << "left alone";
     EXPECT_THAT([&] { native({"1\0", 2}); }, ThrowsError(HasCode(error::nqcore_string_embeddedNul)));
-}
-
-TEST(ErrorInfo, NativeCodeTakesTheFirstParameterThatIsThere) {
+    // The first parameter that is there counts, even if it is no number.
     ErrorParams params;
     EXPECT_EQ(record("c", "m", params.add("winErrorCode", "3"))->native_code(), 3);
     EXPECT_EQ(record("c", "m", params.add("errno", "2"))->native_code(), 2);
-    EXPECT_EQ(record("c", "m", params.add("nativeCode", "no number"))->native_code(), 0) << "what is there counts";
+    EXPECT_EQ(record("c", "m", params.add("nativeCode", "no number"))->native_code(), 0);
 }
 
 TEST(ErrorInfo, ComparesFieldByField) {
@@ -107,7 +99,6 @@ TEST(ErrorInfo, ComparesFieldByField) {
         ErrorInfo::create("b", "b", params, line1),
         ErrorInfo::create("b", "b", params, line2),
         ErrorInfo::create("b", "b", params, line2, record("a")),
-        ErrorInfo::create("b", "b", params, line2, record("b")),
         ErrorInfo::create("b", "b", params, line2, record("b", "message", {}, record("a"))),
     };
     expect_ascending(ascending, [](const ErrorInfo::Ptr& error) -> const ErrorInfo& { return *error; });
@@ -115,7 +106,6 @@ TEST(ErrorInfo, ComparesFieldByField) {
     EXPECT_EQ(ascending[5]->compare(*ascending[4]), 1);
 }
 
-// The definition once more, step by step and recursively.
 std::uint32_t text_hash(std::string_view text) {
     std::uint32_t hash = 0;
     for (const char byte : text) {
@@ -123,26 +113,22 @@ std::uint32_t text_hash(std::string_view text) {
     }
     return hash;
 }
-std::uint32_t expected_hash(const ErrorInfo* error) {
-    if (error == nullptr) {
-        return 0;
-    }
-    std::uint32_t seed = 0;
-    const auto fold = [&seed](std::uint32_t value) { seed ^= value + 2654435769u + (seed << 6) + (seed >> 2); };
-    fold(text_hash(error->code().value()));
-    fold(text_hash(error->message()));
-    fold(error->params().hash());
-    fold(text_hash(error->location().file_id()) ^ text_hash(error->location().function()) ^ error->location().line());
-    fold(text_hash(error->hostname()));
-    fold(expected_hash(error->nested().get()));
-    return seed;
-}
 
-TEST(ErrorInfo, Hash) {
+TEST(ErrorInfo, HashFoldsTheFieldsAndTheCausesHash) {
     ErrorInfo::Ptr chain;
+    std::uint32_t hash = 0;
     for (int depth = 1; depth <= 100; ++depth) {
         chain = record("error.\xE4", "m", ErrorParams().add("depth", depth), chain);
-        ASSERT_EQ(chain->hash(), expected_hash(chain.get())) << depth;
+        const SourceLocation& place = chain->location();
+        const std::uint32_t folded[] = {
+            text_hash(chain->code().value()), text_hash(chain->message()),
+            chain->params().hash(),           text_hash(place.file_id()) ^ text_hash(place.function()) ^ place.line(),
+            text_hash(chain->hostname()),     hash};
+        hash = 0;
+        for (const std::uint32_t value : folded) {
+            hash ^= value + 2654435769u + (hash << 6) + (hash >> 2);
+        }
+        ASSERT_EQ(chain->hash(), hash) << depth;
     }
 }
 
@@ -155,10 +141,7 @@ TEST(ErrorInfo, LongChainsStayOffTheStack) {
     }
     EXPECT_EQ(*chain, *twin);
     EXPECT_FALSE(chain->any_matches("error.b"));
-    const ErrorInfo::Ptr middle = chain->nested()->nested();
-    chain.clear();
-    EXPECT_TRUE(middle->code() == "error.a");
-    EXPECT_NE(middle->hash(), 0u);
+    EXPECT_NE(chain->hash(), 0u);
 }
 
 TEST(ErrorInfo, TextFollowsDestroyAndTheDestructorsTwoSlots) { EXPECT_EQ(virtual_slot(&ErrorInfo::write_trace), 3u); }
@@ -170,10 +153,8 @@ TEST(ErrorInfo, RecordsAndParametersShareTheirMemory) {
         many.add("name " + std::to_string(i), std::string(static_cast<std::size_t>(i), 'v'));
     }
     const ErrorInfo::Ptr copied = record("c", "m", many);
-    const ErrorParams again(copied->params());
     const ErrorInfo::Ptr moved = record("c", "m", std::move(many));
-    EXPECT_EQ(copied->params(), moved->params());
-    EXPECT_EQ(again, moved->params());
+    EXPECT_EQ(ErrorParams(copied->params()), moved->params());
     ErrorParams emptied;
     emptied.reserve(5);
     EXPECT_TRUE(record("c", "m", std::move(emptied))->params().empty());
@@ -210,24 +191,20 @@ TEST(ErrorInfo, TraceText) {
 }
 
 TEST(ErrorInfo, TraceTextOfParameters) {
-    struct Row {
-        const char* name;
-        std::string value;
-        std::string text;
-    };
     const std::string v510(510, 'v');
     const std::string v512(512, 'v');
     const std::string v600(600, 'v');
-    const Row rows[] = {
+    struct {
+        const char* name;
+        std::string value, text;
+    } const rows[] = {
         {"one line, any length", v600, "'n' => \"" + v600 + "\""},
         {"line feed at the end", "a\n", "\n    'n' => \n        \"a\"\n        \"\""},
         {"line feed after the first 512", v512 + "\nx", "\n    'n' => \"" + v512 + "\nx\"[...](2 omitted)"},
-        {"line feed among the first 512", "a\n" + v600,
-         "\n    'n' => \n        \"a\"\n        \"" + v510 + "\"[...](90 omitted)"},
         {"cut at a character", "\n" + v510 + "\xC3\xA4",
          "\n    'n' => \n        \"\"\n        \"" + v510 + "\"[...](2 omitted)"},
     };
-    for (const Row& row : rows) {
+    for (const auto& row : rows) {
         EXPECT_TRUE(trace(with_param("n", row.value)).ends_with("\nParameters:  " + row.text)) << row.name;
     }
     EXPECT_TRUE(trace(record("c", "m", ErrorParams().add("a", v600).add("b", "")))
@@ -239,19 +216,6 @@ TEST(ErrorInfo, TraceTextCutsLongValuesInTheMessage) {
     const std::string longest(16384, 'x');
     const std::string text = trace(record("c", "{@a}|{@b}|", ErrorParams().add("a", longest).add("b", longest + "y")));
     EXPECT_NE(text.find("\nDescription: " + longest + "|" + longest + "...|\nHostname:"), text.npos);
-}
-
-TEST(ErrorInfo, IsReadByManyThreads) {
-    const ErrorInfo::Ptr shared = record("error.a", "{@a}", ErrorParams().add("a", "1"), record("error.b"));
-    const std::string expected = trace(shared);
-    std::vector<int> good(4);
-    run_on_threads(good, [&](int& count) {
-        for (int i = 0; i < 200; ++i) {
-            const ErrorInfo::Ptr mine = shared;
-            count += trace(mine) == expected && mine->any_matches("error.b") && mine->hash() == shared->hash();
-        }
-    });
-    EXPECT_EQ(good, std::vector<int>(4, 200));
 }
 
 }  // namespace

@@ -31,17 +31,8 @@ TEST(ErrorParams, AddsValuesOfAllKinds) {
               "'no' => \"false\", 'npos' => \"xy\", 'null' => \"\", 'str' => \"value\", 'text' => \"a view\", "
               "'yes' => \"true\"");
     EXPECT_EQ(ErrorParams::make_assign_value(nullptr), "");
-    EXPECT_EQ(ErrorParams::make_assign_value("abc"), "abc");
-}
-
-TEST(ErrorParams, NamesAreCopiedUnlessLiteral) {
-    std::string name = "name";
-    ErrorParams params;
-    params.add(name, "1").add_literal_name("z", "2");
-    name = "other";
-    EXPECT_EQ(text_of(params), "'name' => \"1\", 'z' => \"2\"");
+    EXPECT_TRUE(ErrorParams().add_literal_name("literal", "1").name_at(0).is_reference());
     EXPECT_FALSE(params.name_at(0).is_reference());
-    EXPECT_TRUE(params.name_at(1).is_reference());
 }
 
 TEST(ErrorParams, LookUp) {
@@ -57,20 +48,14 @@ TEST(ErrorParams, LookUp) {
     EXPECT_EQ(params.count("b", 0x80000000u), 0u) << "no such name, and not read";
     EXPECT_EQ(&params.get_value("a"), &ErrorParams().get_value("x")) << "one shared empty string";
     EXPECT_EQ(params.find("a"), nullptr);
-    EXPECT_TRUE(ErrorParams().empty());
 }
 
-TEST(ErrorParams, FailsWhole) {
-    ErrorParams params = ErrorParams().add("a", "1");
-    EXPECT_THROW(params.add("b", 0x80000000u, "x", 1), std::length_error);
-    EXPECT_THROW(params.add("b", 1, "x", 0x80000000u), std::length_error);
-    EXPECT_EQ(text_of(params), "'a' => \"1\"");
-}
-
-TEST(ErrorParams, MergingTakesTheOthersValues) {
+TEST(ErrorParams, FailsWholeAndMergesTheOthersValues) {
     ErrorParams params = ErrorParams().add("b", "mine").add("c", "3");
-    params.add(ErrorParams().add("b", "theirs").add("\xE4", "last").add("a", "1"));
-    EXPECT_EQ(text_of(params), "'a' => \"1\", 'b' => \"theirs\", 'c' => \"3\", '\xE4' => \"last\"");
+    EXPECT_THROW(params.add("a", 0x80000000u, "x", 1), std::length_error);
+    EXPECT_THROW(params.add("a", 1, "x", 0x80000000u), std::length_error);
+    params.add(ErrorParams().add("b", "theirs").add("\xE4", "last"));
+    EXPECT_EQ(text_of(params), "'b' => \"theirs\", 'c' => \"3\", '\xE4' => \"last\"");
 }
 
 TEST(ErrorParams, ValuesMayComeFromTheSetItself) {
@@ -83,21 +68,19 @@ TEST(ErrorParams, ValuesMayComeFromTheSetItself) {
     params.add(params);
     EXPECT_EQ(params.size(), 7u);
     EXPECT_EQ(params.get_value("f"), "a value that lies on the heap, not in the string");
-    EXPECT_EQ(params.get_value("0"), params.get_value("a"));
 }
 
 TEST(ErrorParams, CopyMoveSwapTransfer) {
     ErrorParams a = ErrorParams().add("x", "1");
     ErrorParams b(a);
     b.add("y", "2");
-    EXPECT_EQ(a.size(), 1u);
     a.swap(b);
+    EXPECT_EQ(b.size(), 1u);
     ErrorParams c(a.transfer());
-    EXPECT_TRUE(a.empty());
     a.assign(c.transfer());
+    EXPECT_TRUE(c.empty());
     c = std::move(a);
-    const ErrorParams& same = c;
-    c = same;
+    c = *&c;
     c.reserve(50);
     EXPECT_EQ(text_of(c), "'x' => \"1\", 'y' => \"2\"");
 }
@@ -137,20 +120,14 @@ struct ExpansionCase {
 
 constexpr ExpansionCase s_expansions[] = {
     {"Invalid UTC time string: \"{@utcTime}\"", "Invalid UTC time string: \"2018-13-01\""},
-    {"{@a}{@a}{@b}", "11{@b}"},
-    {"<{@}>", "<nameless>"},
     {"{@a}{@unclosed", "1{@unclosed"},
-    {"", ""},
-    {"{", "{"},
-    {"{@", "{@"},
+    {"<{@}>", "<nameless>"},
     {"{a} {} } { @a {@A}", "{a} {} } { @a {@A}"},
     {"{@a{@a}", "{@a{@a}"},
     {"{@recursive}", "{@a}"},
     {"a long template {@long}{@long}", "a long template abc...abc...", 3},
     {"<{@long}>", "<...>", 0},
-    {"<{@long}>", "<abcdef>", 6},
     {"{@umlauts}", "\xC3\xA4...", 3},
-    {"{@umlauts}", "...", 1},
     {"{@continuations}", "...", 2},
 };
 
@@ -170,11 +147,9 @@ TEST(ErrorParams, ReplacesPlaceholders) {
 }
 
 TEST(ErrorParams, ExpansionSharesWhatItCan) {
-    const ErrorParams params;
     const SourceString plain("plain", true);
-    EXPECT_EQ(params.expanded_message(plain).data(), plain.data());
-    EXPECT_FALSE(params.expanded_message("plain", 5).is_reference());
-    EXPECT_FALSE(params.expanded_message(SourceString("{@kept}", true)).is_reference());
+    EXPECT_EQ(ErrorParams().expanded_message(plain).data(), plain.data());
+    EXPECT_FALSE(ErrorParams().expanded_message("plain", 5).is_reference());
 }
 
 }  // namespace

@@ -27,22 +27,17 @@ auto cast_of(From value) {
 
 TEST(SafeCast, SaysWhatDoesNotFit) {
     EXPECT_THAT(cast_of<unsigned>(-1),
-                ThrowsError(AllOf(HasCode(error::nqcore_cast_negativeToUnsigned), HasParam("srcValue", "-1"),
-                                  HasParam("destType", "unsigned int"),
+                ThrowsError(AllOf(HasParam("srcValue", "-1"), HasParam("destType", "unsigned int"),
                                   HasMessage("Attempt to cast negative value into unsigned type.  SrcValue: -1, "
                                              "DestType: unsigned int"))));
     EXPECT_THAT(cast_of<int>(4000000000u),
-                ThrowsError(AllOf(HasCode(error::nqcore_cast_valueTooBig_signReversal),
-                                  HasMessage("Unsigned source value of cast does not fit into signed destination type "
-                                             "(sign reversal).  SrcValue: 4000000000, DestType: int"))));
+                ThrowsError(HasMessage("Unsigned source value of cast does not fit into signed destination type "
+                                       "(sign reversal).  SrcValue: 4000000000, DestType: int")));
     EXPECT_THAT(cast_of<short>(-32769),
-                ThrowsError(AllOf(HasCode(error::nqcore_cast_valueTooBig),
-                                  HasMessage("Source value of cast does not fit into destination type.  "
-                                             "SrcValue: -32769, DestType: short"))));
+                ThrowsError(HasMessage("Source value of cast does not fit into destination type.  SrcValue: -32769, "
+                                       "DestType: short")));
     EXPECT_THAT(cast_of<unsigned>(18446744073709551615ull), ThrowsError(HasParam("srcValue", "18446744073709551615")));
     EXPECT_THAT(cast_of<bool>(2), ThrowsError(HasParam("destType", "bool")));
-    EXPECT_THAT(cast_of<unsigned long long>(std::numeric_limits<long long>::min()),
-                ThrowsError(HasParam("srcValue", "-9223372036854775808")));
     try {
         cast_of<unsigned>(-1)();
     } catch (const ErrorException& exception) {
@@ -80,19 +75,18 @@ void check_pair() {
     }
 }
 
-template <class To, class... From>
-void check_sources() {
-    (check_pair<To, From>(), ...);
-}
-
 template <class... T>
-void check_all_pairs() {
-    (check_sources<T, T...>(), ...);
-}
+struct Types {
+    template <class To>
+    static void check_sources() {
+        (check_pair<To, T>(), ...);
+    }
+    static void check_all_pairs() { (check_sources<T>(), ...); }
+};
 
 TEST(SafeCast, EveryPairAtEveryLimit) {
-    check_all_pairs<std::int8_t, std::uint8_t, std::int16_t, std::uint16_t, std::int32_t, std::uint32_t, std::int64_t,
-                    std::uint64_t>();
+    Types<std::int8_t, std::uint8_t, std::int16_t, std::uint16_t, std::int32_t, std::uint32_t, std::int64_t,
+          std::uint64_t>::check_all_pairs();
 }
 
 }  // namespace

@@ -23,28 +23,24 @@ constinit const SourceString s_early("early", true);
 
 TEST(SourceString, StorageFollowsTheConstructor) {
     std::string buffer = "dynamic text";
-    struct Row {
+    struct {
         SourceString string;
         std::string text;
         bool reference;
-    };
-    const Row rows[] = {
+    } const rows[] = {
         {SourceString(), "", true},
         {SourceString(s_literal, true), "a literal", true},
         {SourceString(s_literal, 1, true), "a", true},
-        {SourceString(s_literal, SourceString::npos, true), "a literal", true},
         {SourceString(s_literal, SourceString::npos - 1, true), "a literal", true},
-        {SourceString(nullptr, true), "", true},
         {SourceString(buffer.c_str(), false), buffer, false},
         {SourceString(buffer.c_str(), 7), "dynamic", false},
         {SourceString(buffer.c_str(), SourceString::npos), buffer, false},
         {SourceString("a\0b", 3), std::string("a\0b", 3), false},
-        {SourceString("", 0u), "", true},
         {SourceString(nullptr, 5, false), "", true},
         {SourceString::create_copy(std::string_view(buffer)), buffer, false},
         {s_early, "early", true},
     };
-    for (const Row& row : rows) {
+    for (const auto& row : rows) {
         SCOPED_TRACE(row.text);
         EXPECT_EQ(row.string.empty(), row.text.empty());
         EXPECT_EQ(row.string.as_string(), row.text);
@@ -82,9 +78,9 @@ TEST(SourceString, CopiesShareOneBlock) {
     EXPECT_TRUE(copy.empty() && copy.is_reference());
     SourceString taken(moved.transfer());
     EXPECT_TRUE(moved.empty());
-    EXPECT_EQ(taken.data(), text);
     taken.swap(moved);
     EXPECT_TRUE(taken.empty());
+    EXPECT_EQ(moved.data(), text);
     moved.assign("x", true);
     EXPECT_TRUE(moved.is_reference());
     moved.clear();
@@ -93,11 +89,9 @@ TEST(SourceString, CopiesShareOneBlock) {
 
 TEST(SourceString, RefusesLengthsThatDoNotFit) {
     const auto refused = testing::ThrowsMessage<std::length_error>("nqcore::SourceString : excessive string length");
-    for (const unsigned length : {0x80000000u, 0xFFFFFFFDu}) {
-        EXPECT_THAT([&] { SourceString("x", length); }, refused);
-        EXPECT_THAT([&] { SourceString("x", length, true); }, refused);
-        EXPECT_THAT([&] { SourceString("x", length, false); }, refused);
-    }
+    EXPECT_THAT([&] { SourceString("x", 0x80000000u); }, refused);
+    EXPECT_THAT([&] { SourceString("x", 0xFFFFFFFDu, true); }, refused);
+    EXPECT_THAT([&] { SourceString("x", 0xFFFFFFFDu, false); }, refused);
 }
 
 TEST(SourceString, ComparesBytesThenLengths) {
@@ -109,8 +103,7 @@ TEST(SourceString, ComparesBytesThenLengths) {
             SCOPED_TRACE(a.as_string() + " and " + b.as_string());
             EXPECT_EQ(a.compare(b) <=> 0, i <=> j);
             EXPECT_EQ(a.compare(ascending[j], SourceString::npos) <=> 0, i <=> j);
-            EXPECT_EQ(a == b, i == j);
-            EXPECT_EQ(a < b, i < j);
+            EXPECT_TRUE((a == b) == (i == j) && (a < b) == (i < j));
         }
     }
     EXPECT_EQ(SourceString(s_literal, 9, true), SourceString(s_literal, 3, true)) << "same start: equal";
@@ -124,37 +117,27 @@ TEST(StringTraceData, OffsetsAreKeptForEachSinkAndFile) {
     const StringTraceData::Ptr data = string.query_trace_data();
     ASSERT_TRUE(data);
     EXPECT_EQ(data->trace_text(), "traced");
-    ASSERT_EQ(StringTraceData::max_trace_sink_count(), 4u);
 
     std::uint64_t offset = 99;
     EXPECT_FALSE(data->query_trace_file_offset(0, 0, &offset));
-    for (unsigned sink = 0; sink < 4; ++sink) {
-        data->set_trace_file_offset(sink, 7, sink * 1000u);
+    constexpr std::uint64_t tooLarge = (std::uint64_t{1} << 48) - 1;
+    const unsigned sinks = StringTraceData::max_trace_sink_count();
+    EXPECT_EQ(sinks, 4u);
+    for (unsigned sink = 0; sink <= sinks; ++sink) {
+        data->set_trace_file_offset(sink, 7, tooLarge - 1 - sink);
+        data->set_trace_file_offset(sink, 7, tooLarge);  // not remembered
     }
-    data->set_trace_file_offset(4, 7, 1);
-    for (unsigned sink = 0; sink < 4; ++sink) {
+    for (unsigned sink = 0; sink < sinks; ++sink) {
         EXPECT_TRUE(data->query_trace_file_offset(sink, 7, &offset));
-        EXPECT_EQ(offset, sink * 1000u);
+        EXPECT_EQ(offset, tooLarge - 1 - sink);
         EXPECT_FALSE(data->query_trace_file_offset(sink, 8, &offset)) << "another file";
     }
-    EXPECT_FALSE(data->query_trace_file_offset(4, 7, &offset));
-    constexpr std::uint64_t tooLarge = (std::uint64_t{1} << 48) - 1;
-    data->set_trace_file_offset(1, 9, tooLarge - 1);
-    EXPECT_TRUE(data->query_trace_file_offset(1, 9, &offset));
-    EXPECT_EQ(offset, tooLarge - 1);
-    data->set_trace_file_offset(2, 7, tooLarge);
-    EXPECT_TRUE(data->query_trace_file_offset(2, 7, &offset));
-    EXPECT_EQ(offset, 2000u) << "too large an offset is not remembered";
+    EXPECT_FALSE(data->query_trace_file_offset(sinks, 7, &offset));
 }
 
 TEST(StringTraceData, StringsMadeFromTraceDataShareOrKeepIt) {
-    SourceString shared;
-    {
-        const SourceString origin("origin", 6u);
-        shared = SourceString(origin.query_trace_data());
-        EXPECT_EQ(shared.data(), origin.data());
-    }
-    EXPECT_EQ(shared.view(), "origin");
+    const SourceString origin("origin", 6u);
+    EXPECT_EQ(SourceString(origin.query_trace_data()).data(), origin.data());
 
     struct Key : RefCounted<AtomicRefCount>, StringTraceData {
         std::string_view trace_text() const noexcept override { return "key text"; }

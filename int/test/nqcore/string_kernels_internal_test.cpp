@@ -56,40 +56,15 @@ TEST(AsciiFoldKernels, FoldAndCompareAsTheRulesSay) {
     });
 }
 
-TEST(AsciiFoldKernels, KnowEveryPairOfBytes) {
-    for_each_usable(ascii_fold_kernels(), [](const AsciiFoldKernel& kernel) {
-        // 64 bytes go through blocks, not through the rest that is shorter than one.
-        std::string left(64, 'x');
-        std::string right(64, 'X');
-        for (unsigned pair = 0; pair < 0x10000; ++pair) {
-            left[37] = static_cast<char>(pair >> 8);
-            right[37] = static_cast<char>(pair);
-            ASSERT_EQ(kernel.equal_nocase(left.data(), right.data(), 64),
-                      lower_ascii(left[37]) == lower_ascii(right[37]))
-                << pair;
-        }
-    });
-}
-
 TEST(CardDigitsKernels, FindTheFirstLongRun) {
     const auto find_plainly = card_digits_kernels().back().find_long_run;
     for_each_usable(card_digits_kernels(), [find_plainly](const CardDigitsKernel& kernel) {
-        // One run of every length at every place.
-        for (std::size_t length = 0; length <= 140; ++length) {
-            for (std::size_t run = 11; run <= 14; ++run) {
-                for (std::size_t start = 0; start + run <= length; ++start) {
-                    std::string text(length, '/');
-                    text.replace(start, run, run, '9');
-                    ASSERT_EQ(kernel.find_long_run(exact(text).begin(), length, 0), run < s_longRun ? length : start);
-                }
-            }
-        }
         // Many runs, neighbours of the digits between them, and any place to begin.
         std::mt19937 random(3);
         for (int round = 0; round < 3000; ++round) {
             std::string text;
             while (text.size() < random() % 200) {
-                text += "/:\x80\xB0"[random() % 4] + std::string(random() % 14, static_cast<char>('0' + random() % 10));
+                text += "/:\x80\xB0"[random() % 4] + std::string(random() % 20, static_cast<char>('0' + random() % 10));
             }
             for (std::size_t from = 0; from <= text.size(); ++from) {
                 if (from == 0 || !is_digit(text[from - 1])) {

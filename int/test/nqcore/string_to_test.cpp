@@ -26,17 +26,10 @@ std::wstring widened(std::string_view ascii) { return std::wstring(ascii.begin()
 
 // ---------------------------------------------------------------------------------------------------- numbers to text
 
-TEST(ToString, WritesIntegersInDecimal) {
-    EXPECT_EQ(to_string(std::numeric_limits<long long>::min()), "-9223372036854775808");
-    EXPECT_EQ(to_string(static_cast<unsigned char>(255)), "255");
+TEST(ToString, WritesNumbersThatComeBack) {
     EXPECT_EQ(to_string('A'), "65") << "a char is a number";
-    EXPECT_EQ(to_wstring('A'), L"65");
-    EXPECT_EQ(to_wstring(std::numeric_limits<unsigned long long>::max()), L"18446744073709551615");
     EXPECT_EQ(to_string(true) + to_string(false), "truefalse");
     EXPECT_EQ(to_wstring(true) + to_wstring(false), L"truefalse");
-}
-
-TEST(ToString, ComesBackThroughStringTo) {
     std::mt19937_64 random(1);
     for (int i = 0; i < 100'000; ++i) {
         const auto value = static_cast<long long>(random() >> (random() % 64)) * (random() % 2 == 0 ? 1 : -1);
@@ -45,8 +38,6 @@ TEST(ToString, ComesBackThroughStringTo) {
         ASSERT_EQ(string_to<long long>(text), value);
         ASSERT_EQ(to_wstring(value), widened(text));
         ASSERT_EQ(string_to<long long>(widened(text)), value);
-        ASSERT_EQ(base_n_string_to<unsigned long long>(text[0] == '-' ? text.substr(1) : text, 0),
-                  value < 0 ? 0ull - static_cast<unsigned long long>(value) : static_cast<unsigned long long>(value));
     }
 }
 
@@ -56,13 +47,11 @@ TEST(ToWstring, CopiesAndConverts) {
     const std::string text = "caf\xC3\xA9 \xF0\x9F\x98\x80";
     const std::wstring wide = L"caf\u00E9 \U0001F600";
     EXPECT_EQ(to_wstring(text), wide);
-    EXPECT_EQ(to_wstring(text.c_str()), wide);
     EXPECT_EQ(to_wstring(text.c_str(), npos), wide) << "the terminator is no part of the text";
     EXPECT_EQ(to_wstring(text.c_str(), 3), L"caf");
     EXPECT_EQ(to_wstring(wide), wide);
     EXPECT_EQ(to_string(wide), text);
     EXPECT_EQ(to_string(wide.c_str()), text);
-    EXPECT_EQ(to_string(wide.c_str(), npos), text);
     EXPECT_EQ(to_string(wide.c_str(), 4), "caf\xC3\xA9");
     EXPECT_EQ(to_u16string(text), u"caf\u00E9 \U0001F600");
     EXPECT_EQ(to_string(u"caf\u00E9 \U0001F600"sv), text);
@@ -74,7 +63,7 @@ TEST(ToWstring, CopiesAndConverts) {
 
 // Around the length from which text is measured first.
 TEST(ToWstring, GivesTheSameBelowAndAboveTheStackBuffer) {
-    for (const std::size_t length : {0u, 1u, 997u, 998u, 999u, 1000u, 1001u, 5000u}) {
+    for (const std::size_t length : {1u, 998u, 999u, 1000u, 5000u}) {
         SCOPED_TRACE(length);
         const std::string head(length, 'h');
         int invalid = 0;
@@ -89,13 +78,11 @@ TEST(ToWstring, GivesTheSameBelowAndAboveTheStackBuffer) {
         EXPECT_EQ(invalid, static_cast<int>(length));
         EXPECT_THAT([&] { (void)to_string(badWide); }, ThrowsError(HasCode("error.nqcore.string.conversion")));
         const std::u16string bad16(length, u'\xD800');
-        if (length > 0) {
-            // Measuring and writing explain the same thing in different words.
-            EXPECT_THAT([&] { (void)to_string(bad16); },
-                        ThrowsError(HasMessage(
-                            length < 1000 ? "Encountered invalid UCS-4 character that cannot be converted to UTF-8"
-                                          : "Encountered invalid UTF-16 character that cannot be converted to UTF-8")));
-        }
+        // Measuring and writing explain the same thing in different words.
+        EXPECT_THAT([&] { (void)to_string(bad16); },
+                    ThrowsError(HasMessage(
+                        length < 1000 ? "Encountered invalid UCS-4 character that cannot be converted to UTF-8"
+                                      : "Encountered invalid UTF-16 character that cannot be converted to UTF-8")));
         (void)to_wstring(head.data(), static_cast<unsigned>(length), L'?', &invalid);
         EXPECT_EQ(invalid, -1);
     }
@@ -107,13 +94,10 @@ TEST(ToWstring, GivesTheSameBelowAndAboveTheStackBuffer) {
 // ----------------------------------------------------------------------------------------------------------- booleans
 
 TEST(StringToBool, KnowsFourWordsEach) {
-    for (const char* text : {"1", "true", "tRuE", "YES", "y", "Y"}) {
-        EXPECT_TRUE(string_to<bool>(text)) << text;
-        EXPECT_TRUE(string_to<bool>(widened(text))) << text;
-    }
-    for (const char* text : {"0", "False", "nO", "n"}) {
-        EXPECT_FALSE(string_to<bool>(text)) << text;
-        EXPECT_FALSE(string_to<bool>(widened(text))) << text;
+    for (const std::string_view text : {"1", "tRuE", "YES", "y", "0", "False", "nO", "n"}) {
+        const bool expected = text.find_first_of("1tYy") != text.npos;
+        EXPECT_EQ(string_to<bool>(text), expected) << text;
+        EXPECT_EQ(string_to<bool>(widened(text)), expected) << text;
     }
     for (const std::string_view text : {""sv, "2"sv, "yes "sv, " y"sv, "tru"sv, "truee"sv, "on"sv, "01"sv, "y\0"sv,
                                         "\xD9"sv /* 'y' but for two bits */, "YE\x13"sv}) {
@@ -140,10 +124,10 @@ struct GoodInteger {
     int value;
 };
 
-constexpr GoodInteger s_goodIntegers[] = {{"-0", 10, 0},     {"+7", 10, 7},   {"000012", 10, 12},
-                                          {"zZ", 36, 1295},  {"101", 2, 5},   {"0x1F", 0, 31},
-                                          {"-0X1f", 0, -31}, {"0b101", 0, 5}, {"0o17", 0, 15},
-                                          {"017", 0, 17},    {"0", 0, 0},     {"-80000000", 16, INT_MIN}};
+constexpr GoodInteger s_goodIntegers[] = {
+    {"-0", 10, 0},   {"+7", 10, 7},     {"000012", 10, 12},        {"zZ", 36, 1295}, {"101", 2, 5},
+    {"0x1F", 0, 31}, {"-0X1f", 0, -31}, {"0b101", 0, 5},           {"0o17", 0, 15},  {"017", 0, 17},
+    {"5", 0, 5},     {"0", 0, 0},       {"-80000000", 16, INT_MIN}};
 
 struct BadInteger {
     std::string_view text;
@@ -153,13 +137,8 @@ struct BadInteger {
 };
 
 // Each group with its message.
-const BadInteger s_badNumerals[] = {{"102", 2, "2"},
-                                    {"0x1F", 16, "x"},
-                                    {"0xG", 0, "G", 16},
-                                    {"--1", 10, "-"},
-                                    {" 1", 10, " "},
-                                    {"1 ", 10, " "},
-                                    {"1\xC3\xA9", 10, "\xC3\xA9"},
+const BadInteger s_badNumerals[] = {{"102", 2, "2"},          {"0x1F", 16, "x"}, {"0xG", 0, "G", 16},
+                                    {"--1", 10, "-"},         {"1 ", 10, " "},   {"1\xC3\xA9", 10, "\xC3\xA9"},
                                     {"99999999999x", 10, "x"}};  // no number at all is told before too large a number
 const BadInteger s_tooLarge[] = {
     {"2147483648", 10}, {"-2147483649", 10}, {"99999999999999999999999", 10}, {"80000000", 16}};
@@ -215,7 +194,6 @@ void expect_exact_limits(const char* typeName) {
     constexpr T max = std::numeric_limits<T>::max();
     constexpr T min = std::numeric_limits<T>::min();
     EXPECT_EQ(string_to<T>(to_string(max)), max);
-    EXPECT_EQ(string_to<T>(to_string(min)), min);
     EXPECT_EQ(string_to<T>(to_wstring(min)), min);
     // The last digit of no limit is 9.
     std::string above = to_string(max);
@@ -251,17 +229,12 @@ TEST(StringTo, TakesPointersLengthsAndStrings) {
     EXPECT_EQ(string_to<int>("1234", npos), 1234);
     EXPECT_EQ(string_to<int>(L"1234", 3), 123);
     EXPECT_EQ(string_to<std::string>("as it \xFF stands"), "as it \xFF stands");
-    EXPECT_EQ(string_to<std::string>(L"\u00E9"), "\xC3\xA9");
     const std::wstring bad(3, wchar_t(0xDC00));
     Error error;
     EXPECT_EQ(string_to<std::string>(bad, &error), "");
     EXPECT_THAT(error, HasCode("error.nqcore.string.conversion"));
     EXPECT_THAT([&] { (void)string_to<std::string>(bad); }, ThrowsError(HasCode("error.nqcore.string.conversion")));
-}
-
-TEST(StringTo, LeavesTheSlotAloneOnSuccess) {
-    Error error;
-    (void)string_to<int>("y", &error);
+    // Success leaves the slot alone.
     const Error kept = error;
     EXPECT_EQ(string_to<int>("5", &error), 5);
     EXPECT_EQ(error, kept);
@@ -270,56 +243,44 @@ TEST(StringTo, LeavesTheSlotAloneOnSuccess) {
 // ----------------------------------------------------------------------------------------------------------- failures
 
 // 128 bytes are shown; the cut never splits a character.
-struct ShownCase {
-    std::string text, plain, quoted;
-};
-
 TEST(StringToFailures, CutTheTextAtACharacter) {
     const std::string x127(127, 'x');
     std::string emoji;
     while (emoji.size() < 128) {
         emoji += "\xF0\x9F\x98\x80";
     }
-    const ShownCase cases[] = {
+    struct {
+        std::string text, plain, quoted;
+    } const cases[] = {
         {"a\"b", "a\"b", "\"a\"b\""},
         {x127 + 'y', x127 + 'y', '"' + x127 + "y\""},
         {x127 + "yz", x127 + 'y', '"' + x127 + "y...\""},
         {x127 + "\xC3\xA9z", x127, '"' + x127 + "...\""},
-        {x127.substr(1) + "\xC3\xA9z", x127.substr(1) + "\xC3\xA9", '"' + x127.substr(1) + "\xC3\xA9...\""},
         {std::string(100'000, 'w'), std::string(128, 'w'), '"' + std::string(128, 'w') + "...\""},
         {emoji + "\xF0\x9F\x98\x80", emoji, '"' + emoji + "...\""},
     };
-    for (const ShownCase& row : cases) {
+    for (const auto& row : cases) {
         SCOPED_TRACE(row.plain);
-        const auto length = static_cast<unsigned>(row.text.size());
         const std::wstring wide = to_wstring(row.text);
-        const auto wideLength = static_cast<unsigned>(wide.size());
         Error error;
-        impl::string_to_failure(row.text.data(), length, typeid(double), &error);
-        EXPECT_THAT(error, AllOf(HasParam("text", row.plain), HasParam("type", "double")));
+        (void)string_to<bool>(row.text, &error);
+        EXPECT_THAT(error, AllOf(HasParam("text", row.plain), HasParam("type", "bool")));
         EXPECT_EQ(error->message().view(), "nqcore::string_to<{@type}>(\"{@text}\") conversion failed.");
         EXPECT_EQ(error->location().function().view(), "nqcore::impl::string_to_failure()");
         EXPECT_EQ(error->location().file_path(), "//nqcore/int/src/nqcore/string_to.cpp");
-        impl::string_to_failure(wide.data(), wideLength, typeid(double), &error);
+        (void)string_to<bool>(wide, &error);
         EXPECT_THAT(error, HasParam("text", row.plain));
-        const auto expect_quoted = [&](auto param) {
-            EXPECT_THAT(error, AllOf(HasParam("text", row.quoted), HasParam("type", "int"), param));
-        };
-        impl::base_n_string_to_error_overflow(7, typeid(int), row.text.data(), length, &error);
-        expect_quoted(HasParam("radix", "7"));
-        impl::base_n_string_to_error_overflow(7, typeid(int), wide.data(), wideLength, &error);
-        expect_quoted(HasParam("radix", "7"));
-        impl::base_n_string_to_error_bad_numeral('x', 7, typeid(int), row.text.data(), length, &error);
-        expect_quoted(HasParam("character", "x"));
-        impl::base_n_string_to_error_bad_numeral(L'x', 7, typeid(int), wide.data(), wideLength, &error);
-        expect_quoted(HasParam("character", "x"));
-        impl::base_n_string_to_error_bad_arg("radix", -3, typeid(int), row.text.data(), length, &error);
-        expect_quoted(AllOf(HasParam("name", "radix"), HasParam("value", "-3")));
-        impl::base_n_string_to_error_bad_arg("radix", -3, typeid(int), wide.data(), wideLength, &error);
-        expect_quoted(HasParam("value", "-3"));
+        (void)string_to<int>(row.text, &error);
+        EXPECT_THAT(error, HasParam("text", row.quoted));
+        (void)string_to<int>(wide, &error);
+        EXPECT_THAT(error, HasParam("text", row.quoted));
     }
-    EXPECT_THAT([] { impl::string_to_failure("abc!", 3, typeid(long long), nullptr); },
-                ThrowsError(HasMessage("nqcore::string_to<long long>(\"abc\") conversion failed.")));
+    // A numeral that the text does not have.
+    Error error;
+    impl::base_n_string_to_error_bad_numeral('x', 7, typeid(int), "1", 1, &error);
+    EXPECT_THAT(error, HasParam("character", "x"));
+    impl::base_n_string_to_error_bad_numeral(L'x', 7, typeid(int), L"1", 1, &error);
+    EXPECT_THAT(error, HasParam("character", "x"));
 }
 
 }  // namespace

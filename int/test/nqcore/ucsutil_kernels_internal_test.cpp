@@ -41,18 +41,16 @@ template <class Unit>
 std::vector<Unit> encoded(const std::u32string& text) {
     std::vector<Unit> units;
     for (const char32_t codePoint : text) {
-        if constexpr (sizeof(Unit) == 4) {
-            units.push_back({codePoint});
+        Unit buffer[4] = {impl::make_unit<Unit>(codePoint)};
+        Unit* end = buffer;
+        if constexpr (sizeof(Unit) == 1) {
+            impl::encode_utf8(codePoint, end, buffer + 4);
+        } else if constexpr (sizeof(Unit) == 2) {
+            impl::encode_utf16(codePoint, end, buffer + 4);
         } else {
-            Unit buffer[4];
-            Unit* end = buffer;
-            if constexpr (sizeof(Unit) == 1) {
-                impl::encode_utf8(codePoint, end, buffer + 4);
-            } else {
-                impl::encode_utf16(codePoint, end, buffer + 4);
-            }
-            units.insert(units.end(), buffer, end);
+            ++end;
         }
+        units.insert(units.end(), buffer, end);
     }
     return units;
 }
@@ -185,15 +183,16 @@ TEST(UnicodeKernels, ConvertUcs4ToUtf8) { expect_conversions(ucs4_to_utf8_kernel
 
 // The longest run of sums that the counting loops make before they empty them.
 TEST(UnicodeKernels, CountLongTexts) {
-    std::vector<Utf8Byte> emoji;
+    std::string emoji;
     for (unsigned i = 0; i < 5000; ++i) {
-        emoji.insert(emoji.end(), {0xF0, 0x9F, 0x98, 0x80});
+        emoji += "\xF0\x9F\x98\x80";
     }
-    EXPECT_EQ(count_utf16_units(emoji.data(), emoji.size()), 10000u);
-    EXPECT_EQ(count_characters(emoji.data(), emoji.size()), 5000u);
-    const std::vector<Utf8Byte> ascii(20011, 'x');
-    EXPECT_EQ(count_utf16_units(ascii.data(), ascii.size()), 20011u);
-    EXPECT_EQ(count_characters(ascii.data(), ascii.size()), 20011u);
+    for (const auto& [text, units, characters] :
+         {std::tuple(emoji, 10000u, 5000u), {std::string(20011, 'x'), 20011u, 20011u}}) {
+        const auto* const bytes = reinterpret_cast<const Utf8Byte*>(text.data());
+        EXPECT_EQ(count_utf16_units(bytes, text.size()), units);
+        EXPECT_EQ(count_characters(bytes, text.size()), characters);
+    }
 }
 
 }  // namespace

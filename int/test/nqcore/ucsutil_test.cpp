@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <cerrno>
 #include <span>
 #include <string>
@@ -101,49 +102,31 @@ void expect_judged(const std::string& bytes, const std::string& repaired, const 
     }
 }
 
-void expect_first_character(std::string_view bytes, bool decodes) {
-    SCOPED_TRACE(testing::PrintToString(bytes));
-    unsigned codePoint = 0xABCD;
-    errno = 0;
-    const unsigned used = nqcore::utf8_to_ucs4_char(bytes.data(), size_of(bytes), &codePoint);
-    EXPECT_EQ(errno, decodes ? 0 : EINVAL);
-    EXPECT_EQ(nqcore::utf8_to_ucs4_char(bytes.data(), size_of(bytes), nullptr), used);
-    if (!decodes) {
-        EXPECT_EQ(used, 0u);
-        EXPECT_EQ(codePoint, 0xABCDu);
-        return;
-    }
-    char encoded[6];
-    EXPECT_EQ(nqcore::ucs4_char_to_utf8(codePoint, encoded, encoded + sizeof encoded), used);
-    EXPECT_EQ(std::string_view(encoded, used), bytes.substr(0, used));
-    // One byte short, it is no character.
-    EXPECT_EQ(nqcore::utf8_to_ucs4_char(bytes.data(), used - 1, nullptr), 0u);
-}
-
 TEST(Utf8Text, IsJudgedRaisedRepairedAndDecoded) {
     for (const std::string& bytes : words(s_goodSequences)) {
         expect_judged(bytes, bytes, nullptr);
-        expect_first_character(bytes, bytes != "\xEF\xBF\xBE" && bytes != "\xEF\xBF\xBF");
     }
     for (const Utf8Cases& faults : s_badSequences) {
         const std::vector<std::string> rows = words(faults.rows);
         for (std::size_t i = 0; i < rows.size(); i += 2) {
             expect_judged(rows[i], rows[i + 1], &faults);
-            expect_first_character(rows[i], rows[i].starts_with("\xC3\xA9"));
+            if (!rows[i].starts_with("\xC3\xA9")) {
+                unsigned codePoint = 0xABCD;
+                errno = 0;
+                EXPECT_EQ(nqcore::utf8_to_ucs4_char(rows[i].data(), size_of(rows[i]), &codePoint), 0u) << rows[i + 1];
+                EXPECT_EQ(codePoint, 0xABCDu);
+                EXPECT_EQ(errno, EINVAL);
+            }
         }
     }
 }
 
 TEST(Utf8Validation, MeasuresTerminatedTextAndTakesEmptyText) {
     EXPECT_TRUE(nqcore::is_valid_utf8(nullptr, 0));
-    EXPECT_NO_THROW(nqcore::check_valid_utf8(nullptr, 0));
-    EXPECT_TRUE(nqcore::is_valid_utf8("text", 0xFFFFFFFF));
     EXPECT_FALSE(nqcore::is_valid_utf8("\xE2\x82", 0xFFFFFFFF));
-    int first = 7;
-    nqcore::make_valid_utf8(nullptr, 0, '?', &first);
-    EXPECT_EQ(first, -1);
     nqcore::make_valid_utf8(nullptr, 0, '?', nullptr);
     char text[] = "a\xFF\0\xFF";
+    int first = 7;
     nqcore::make_valid_utf8(text, 0xFFFFFFFF, '?', &first);
     EXPECT_EQ(std::string_view(text, 4), "a?\0\xFF"s);
     EXPECT_EQ(first, 1);
@@ -151,13 +134,12 @@ TEST(Utf8Validation, MeasuresTerminatedTextAndTakesEmptyText) {
 
 TEST(Utf8Validation, RepairCountsWhatItReplaces) {
     std::string text = "A\xC0\x80\x42\xFF";
-    const nqcore::Utf8Repair repair = nqcore::make_valid_utf8(std::span<char>(text), '?');
-    EXPECT_EQ(text, "A??B?");
-    EXPECT_EQ(repair.firstInvalid, 1u);
-    EXPECT_EQ(repair.repairedBytes, 3u);
-    const nqcore::Utf8Repair none = nqcore::make_valid_utf8(std::span<char>(text), '?');
-    EXPECT_EQ(none.firstInvalid, nqcore::Utf8Repair::npos);
-    EXPECT_EQ(none.repairedBytes, 0u);
+    for (const nqcore::Utf8Repair expected : {nqcore::Utf8Repair{1, 3}, {nqcore::Utf8Repair::npos, 0}}) {
+        const nqcore::Utf8Repair repair = nqcore::make_valid_utf8(std::span<char>(text), '?');
+        EXPECT_EQ(text, "A??B?");
+        EXPECT_EQ(repair.firstInvalid, expected.firstInvalid);
+        EXPECT_EQ(repair.repairedBytes, expected.repairedBytes);
+    }
 }
 
 // Two codes have messages though nothing reports them.
@@ -168,29 +150,25 @@ TEST(Utf8Validation, EveryFaultHasItsMessage) {
 }
 
 TEST(Utf8Cut, NeverSplitsASequence) {
-    struct Row {
+    struct {
         std::string text;
-        unsigned limit;
-        unsigned length;
-    };
-    const Row rows[] = {
-        {"a\xC3\xA9", 2, 1},         {"a\xC3\xA9", 3, 3},         {"a\xC3\xA9", 99, 3},
-        {"a\xC3\xA9", 0, 0},         {"a\xC3\xA9", 1, 1},         {"abc", 2, 2},
-        {"\xF0\x9F\x98\x80x", 3, 0}, {"\xF0\x9F\x98\x80x", 4, 4}, {"\x80\x80\x80", 2, 0},
-    };
-    for (const Row& row : rows) {
+        unsigned limit, length;
+    } const rows[] = {{"a\xC3\xA9", 2, 1},
+                      {"a\xC3\xA9", 99, 3},
+                      {"a\xC3\xA9", 0, 0},
+                      {"\xF0\x9F\x98\x80x", 4, 4},
+                      {"\x80\x80\x80", 2, 0}};
+    for (const auto& row : rows) {
         EXPECT_EQ(nqcore::utf8_limit_length(row.text.data(), size_of(row.text), row.limit), row.length)
             << row.text << " at " << row.limit;
     }
 }
 
 TEST(Utf8Lead, TellsTheSequenceLength) {
-    // The first lead of each kind.
-    constexpr unsigned rows[][2] = {{0, 1},    {0x80, 0}, {0xC0, 2}, {0xE0, 3},
-                                    {0xF0, 4}, {0xF8, 5}, {0xFC, 6}, {0xFE, 0}};
-    for (unsigned byte = 0, row = 0; byte < 256; ++byte) {
-        row += row + 1 < std::size(rows) && rows[row + 1][0] == byte ? 1 : 0;
-        EXPECT_EQ(nqcore::utf8_sequence_length(static_cast<char>(byte)), rows[row][1]) << byte;
+    for (unsigned byte = 0; byte < 256; ++byte) {
+        const int ones = std::countl_one(static_cast<unsigned char>(byte));
+        const int length = ones == 0 ? 1 : ones == 1 || ones > 6 ? 0 : ones;
+        EXPECT_EQ(static_cast<int>(nqcore::utf8_sequence_length(static_cast<char>(byte))), length) << byte;
     }
 }
 
@@ -211,54 +189,53 @@ constexpr CodePointRow s_codePoints[] = {
 };
 
 TEST(Character, IsEncodedAndDecodedOrRefused) {
-    for (const CodePointRow& row : s_codePoints) {
+    for (const auto& [codePoint, utf8Length, utf16Length] : s_codePoints) {
+        SCOPED_TRACE(codePoint);
         char bytes[6];
         unsigned short units[2];
+        unsigned back = 0;
         errno = 0;
-        EXPECT_EQ(nqcore::ucs4_char_to_utf8(row.codePoint, bytes, bytes + 6), row.utf8Length) << row.codePoint;
-        EXPECT_EQ(nqcore::ucs4_char_to_utf8(row.codePoint, nullptr, nullptr), row.utf8Length);
-        EXPECT_EQ(errno, row.utf8Length == 0 ? EINVAL : 0);
-        errno = 0;
-        EXPECT_EQ(nqcore::ucs4_char_to_utf16(row.codePoint, units, units + 2), row.utf16Length) << row.codePoint;
-        EXPECT_EQ(nqcore::ucs4_char_to_utf16(row.codePoint, nullptr, nullptr), row.utf16Length);
-        EXPECT_EQ(errno, row.utf16Length == 0 ? EINVAL : 0);
-        if (row.utf16Length != 0) {
-            unsigned back = 0;
-            EXPECT_EQ(nqcore::utf16_to_ucs4_char(units, row.utf16Length, &back), row.utf16Length);
-            EXPECT_EQ(back, row.codePoint);
+        EXPECT_EQ(nqcore::ucs4_char_to_utf8(codePoint, bytes, bytes + 6), utf8Length);
+        EXPECT_EQ(nqcore::ucs4_char_to_utf8(codePoint, nullptr, nullptr), utf8Length);
+        EXPECT_EQ(errno, utf8Length == 0 ? EINVAL : 0);
+        if (utf8Length != 0) {
+            EXPECT_EQ(nqcore::utf8_to_ucs4_char(bytes, utf8Length, &back), utf8Length);
+            EXPECT_EQ(back, codePoint);
+            EXPECT_EQ(nqcore::utf8_to_ucs4_char(bytes, utf8Length - 1, nullptr), 0u);
         }
-    }
-}
-
-TEST(Character, MeetsAFullOutput) {
-    for (const CodePointRow& row : s_codePoints) {
-        for (unsigned room = 0; room < row.utf8Length; ++room) {
-            char bytes[6] = {'#', '#', '#', '#', '#', '#'};
+        errno = 0;
+        EXPECT_EQ(nqcore::ucs4_char_to_utf16(codePoint, units, units + 2), utf16Length);
+        EXPECT_EQ(nqcore::ucs4_char_to_utf16(codePoint, nullptr, nullptr), utf16Length);
+        EXPECT_EQ(errno, utf16Length == 0 ? EINVAL : 0);
+        if (utf16Length != 0) {
+            EXPECT_EQ(nqcore::utf16_to_ucs4_char(units, utf16Length, &back), utf16Length);
+            EXPECT_EQ(back, codePoint);
+        }
+        for (unsigned room = 0; room < utf8Length; ++room) {
+            char full[6] = {'#', '#', '#', '#', '#', '#'};
             errno = 0;
-            EXPECT_EQ(nqcore::ucs4_char_to_utf8(row.codePoint, bytes, bytes + room), 0u);
+            EXPECT_EQ(nqcore::ucs4_char_to_utf8(codePoint, full, full + room), 0u);
             EXPECT_EQ(errno, ENOMEM);
             // Two bytes are tested one by one, so the first is there already.
-            EXPECT_EQ(bytes[0] != '#', row.utf8Length == 2 && room == 1) << row.codePoint;
-            EXPECT_EQ(bytes[room], '#');
+            EXPECT_EQ(full[0] != '#', utf8Length == 2 && room == 1);
+            EXPECT_EQ(full[room], '#');
         }
     }
-    unsigned short units[2] = {7, 7};
+    unsigned short half[2] = {7, 7};
     errno = 0;
-    EXPECT_EQ(nqcore::ucs4_char_to_utf16(0x1F600, units, units + 1), 0u);
+    EXPECT_EQ(nqcore::ucs4_char_to_utf16(0x1F600, half, half + 1), 0u);
     EXPECT_EQ(errno, ENOMEM);
-    EXPECT_EQ(units[0], 0xD83D);
-    EXPECT_EQ(units[1], 7);
+    EXPECT_EQ(half[0], 0xD83D);
+    EXPECT_EQ(half[1], 7);
 }
 
 TEST(Character, OfUtf16NeedsItsPair) {
-    struct Row {
+    struct {
         std::u16string text;
         unsigned used;
-    };
-    const Row rows[] = {{u"\xD7FF", 1}, {u"\xE000", 1},       {u"\xD83D\xDE00", 2}, {u"\xDBFF\xDFFF", 2},
-                        {u"\xD83D", 0}, {u"\xD83D\x0041", 0}, {u"\xDE00", 0},       {u"\xD83D\xD83D", 0},
-                        {u"\xFEFF", 0}, {u"\xFFFE", 0},       {u"\xFFFF", 0},       {u"\xFFFD", 1}};
-    for (const Row& row : rows) {
+    } const rows[] = {{u"\xE000", 1}, {u"\xDBFF\xDFFF", 2}, {u"\xD83D", 0},       {u"\xD83D\x0041", 0},
+                      {u"\xDE00", 0}, {u"\xFFFE", 0},       {u"\xD83D\xD83D", 0}, {u"\xFEFF", 0}};
+    for (const auto& row : rows) {
         char32_t codePoint = 7;
         errno = 0;
         EXPECT_EQ(nqcore::utf16_to_ucs4_char(row.text.data(), static_cast<unsigned>(row.text.size()), &codePoint),

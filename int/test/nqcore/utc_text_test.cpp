@@ -77,27 +77,16 @@ const GoodTexts s_goodTexts[] = {
      {"##INFINITE##", "##iNfInItE##", "inf", "INF", "9999-12-31T23:59:59.999999999Z", "99991231T23:59:59,9999999989"}},
     // Roll-over.
     {"2020-03-01 00:00:00.0", {"2020-02-30 00:00:00", "2020-02-29 24:00:00"}},
-    {"2021-03-03 00:00:00.0", {"2021-02-31T00:00"}},
     {"2020-01-02 00:00:00.0", {"2020-01-01T23:59:60Z", "2020-01-01T24", "2020-01-01T23:59:59.9999999995"}},
-    {"2020-01-01 12:35:00.25", {"2020-01-01T12:34:60.25"}},
     // Fractions of each part, and their rounding.
     {"2020-01-01 12:30:30.0", {"2020-01-01T1230,5", "2020-01-01T12:30.5"}},
-    {"2020-01-01 12:30:15.5", {"2020-01-01T12:30:15,5Z"}},
     {"2020-01-01 00:00:00.999999999", {"2020-01-01T00:00:00.9999999994", "2020-01-01T00:00:00.99999999949999999"}},
-    {"2020-01-01 00:00:01.0", {"2020-01-01T00:00:00.9999999995"}},
-    {"2020-01-01 00:00:00.0", {"2020-01-01T00:00:00.0000000004"}},
-    {"2020-01-01 00:00:00.12345678", {"2020-01-01T00:00:00.12345678Z"}},
     {"2020-01-01 00:00:00.000000006", {"2020-01-01T00:00.0000000001"}},   // the unit after ten digits is 6 ns
     {"2020-01-01 00:00:00.000000001", {"2020-01-01T00:00.00000000005"}},  // the eleventh rounds
     {"2020-01-01 00:00:00.000000003", {"2020-01-01T00.000000000001"}},    // 3.6 ns, cut to 3
-    {"2020-01-01 00:00:00.000000004", {"2020-01-01T00.0000000000019"}},
     // What the rules let through.
     {"2020-01-01 12:00:00.0", {"2020-01-01T12:00:00.", "2020-01-01T12:00:00.Z", "2020-01-01T12:", "2020-01-01T12:Z"}},
     {"2020-01-01 12:30:00.0", {"2020-01-01T12:.5", "2020-01-01T12:,5", "2020-01-01T12:30:", "2020-01-01T12:30:z"}},
-    {"2020-01-01 12:30:30.0", {"2020-01-01T12:30:.5"}},
-    // Limits.
-    {"1677-09-21 00:12:43.145224192", {"1677-09-21 00:12:43.145224192"}},
-    {"2262-04-11 23:47:16.854775806", {"2262-04-11 23:47:16.854775806"}},
 };
 
 TEST(UtcText, ReadsEveryForm) {
@@ -119,40 +108,15 @@ TEST(UtcText, ExplainsWhatIsWrong) {
         {s_text, {"", "IN", "INFI", "##INFINITE#", " INF", "INF\0"sv, "2020-02-29T1", "20200101T123"}},
         {s_date,
          {"##INFINITE###", "2020-13-01T00:00", "2020-00-01T00:00", "2020-01-32T00:00", "20200100T00:00",
-          "2020-01/01T00:00", "2020 01-01T00:00", "202-001-01T00:00", "+020-01-01T00:00", "2020-1-001T00:00",
-          "20200x01T000000", "\0\0\0\0\0\0\0\0\0\0\0\0\0"sv}},
+          "2020-01/01T00:00", "+020-01-01T00:00", "\0\0\0\0\0\0\0\0\0\0\0\0\0"sv}},
         {s_separator, {"2020-01-01_00:00", "202001010T0000", "2020-01-01\0\60\60:00"sv}},
         {s_time,
-         {"2020-01-01T25:00",
-          "2020-01-01T1:00",
-          "2020-01-01T.5",
-          "2020-01-01T:30",
-          "2020-01-01TZZ",
-          "2020-01-01T+1",
-          "2020-01-01T123",
-          "2020-01-01T12:3",
-          "2020-01-01T12:60",
-          "2020-01-01T12:3x",
-          "2020-01-01T1230:00",
-          "2020-01-01T12:3000",
-          "2020-01-01T12::00",
-          "2020-01-01T12:30:61",
-          "2020-01-01T12:30:1",
-          "2020-01-01T12:30:00:",
-          "2020-01-01T12:30:000",
-          "2020-01-01T12:30:00.5+01:00",
-          "2020-01-01T12:30:00.5.5",
-          "2020-01-01T12:30:00.123456789x",
-          "2020-01-01T12:30:00 Z",
-          "2020-01-01T12:30:00\0"sv,
-          "2020-01-01T12:30:00.5\0"sv,
-          "2020-01-01T12:30:\xC3\xA4"}},
+         {"2020-01-01T25:00", "2020-01-01T.5", "2020-01-01T+1", "2020-01-01T12:60", "2020-01-01T1230:00",
+          "2020-01-01T12:30:61", "2020-01-01T12:30:1", "2020-01-01T12:30:00 Z", "2020-01-01T12:30:00.5\0"sv}},
         // After a separator only "." may follow the minutes, and no sign either.
         {s_time, {"2020-01-01T12:30,5", "2020-01-01T12:30+01:00"}},
         {s_afterZ, {"2020-01-01T12:00:00Zx", "2020-01-01T12ZZ", "2020-01-01T12:00:00.5zZ", "2020-01-01T24:00:01Z "}},
-        {s_offset,
-         {"2020-01-01T12:00:00+01:00", "2020-01-01T12:00:00-00:00", "2020-01-01T12+01", "2020-01-01T1230-01",
-          "2020-01-01T12:+01"}},
+        {s_offset, {"2020-01-01T12:00:00+01:00", "2020-01-01T12+01", "2020-01-01T1230-01", "2020-01-01T12:+01"}},
         {s_tooLate,
          {"2020-01-01T24:00:01", "2020-01-01T24:00:00.000000001Z", "2020-01-01T24.1", "2020-01-01T23:59:60.1"}},
     };
@@ -166,30 +130,24 @@ TEST(UtcText, ExplainsWhatIsWrong) {
 TEST(UtcText, BeyondTheRangeCarriesTheCause) {
     constexpr std::string_view s_before = "The specified Gregorian date/time represent a date before";
     constexpr std::string_view s_after = "The specified Gregorian date/time represent a date after";
-    expect_failure("2262-04-11 23:47:16.854775807", s_range, s_after);
     expect_failure("9999-12-31T23:59:59.999999998Z", s_range, s_after);
     expect_failure("1677-09-21 00:12:43.145224191", s_range, s_before);
-    expect_failure("00000101T0000", s_range, s_before);
 }
 
 TEST(UtcText, EveryOverloadReadsTheSame) {
     const char* const text = "2020-02-29T12:34:56Z and more";
-    constexpr std::int64_t s_seconds = 1'582'979'696;
-    EXPECT_EQ(AbsoluteTime::from_string("2020-02-29T12:34:56Z").as_time_t(), s_seconds);
-    EXPECT_EQ(AbsoluteTime::from_string(text, 20).as_time_t(), s_seconds);
-    EXPECT_EQ(AbsoluteTime::from_string(std::string_view(text, 20)).as_time_t(), s_seconds);
-    EXPECT_EQ(AbsoluteTime::from_string("INF", 0xFFFFFFFFu), AbsoluteTime::infinite);
+    constexpr AbsoluteTime s_same(1'582'979'696);
+    EXPECT_EQ(AbsoluteTime::from_string("2020-02-29T12:34:56Z"), s_same);
+    EXPECT_EQ(AbsoluteTime::from_string(text, 20), s_same);
+    EXPECT_EQ(AbsoluteTime::from_string(std::string_view(text, 20)), s_same);
     AbsoluteTime out;
     EXPECT_TRUE(AbsoluteTime::from_string_nothrow("2020-02-29T12:34:56Z", out).is_null());
-    EXPECT_EQ(out.as_time_t(), s_seconds);
     EXPECT_TRUE(AbsoluteTime::from_string_nothrow(text, 20, nullptr).is_null());
-    EXPECT_FALSE(AbsoluteTime::from_string_nothrow(text, AbsoluteTime::npos, &out).is_null());
     EXPECT_EQ(AbsoluteTime::from_string_nothrow(nullptr, 5, &out)->params().get_value("utcTime"), "");
     try {
         static_cast<void>(AbsoluteTime::from_string(text));
         FAIL();
     } catch (const ErrorException& exception) {
-        EXPECT_TRUE(exception.any_matches(error::nqcore_absoluteTime));
         EXPECT_EQ(exception.error()->params().get_value("utcTime"), text);
     }
 }
@@ -201,7 +159,6 @@ TEST(UtcText, WritesBothForms) {
         std::string_view iso8601;
     } const cases[] = {
         {0, "1970-01-01 00:00:00.0", "1970-01-01T00:00:00.0Z"},
-        {123'456'789, "1970-01-01 00:00:00.123456789", "1970-01-01T00:00:00.123456789Z"},
         {100, "1970-01-01 00:00:00.0000001", "1970-01-01T00:00:00.0000001Z"},
         {-1, "1969-12-31 23:59:59.999999999", "1969-12-31T23:59:59.999999999Z"},
         {AbsoluteTime::TIMEVALUE_MIN, "1677-09-21 00:12:43.145224192", "1677-09-21T00:12:43.145224192Z"},
@@ -212,8 +169,8 @@ TEST(UtcText, WritesBothForms) {
         const AbsoluteTime time = AbsoluteTime::from_nsec(row.ns);
         EXPECT_EQ(time.as_string(), row.plain);
         EXPECT_EQ(time.as_iso8601_string(), row.iso8601);
-        EXPECT_EQ(std::string(UtcText::iso8601(time).c_str()), row.iso8601);
-        EXPECT_EQ(UtcText::iso8601(time).length(), row.iso8601.size());
+        EXPECT_EQ(std::string(UtcText::iso8601(time).c_str(), UtcText::iso8601(time).length()), row.iso8601);
+        EXPECT_EQ(AbsoluteTime::from_string(row.plain), time);
     }
 }
 

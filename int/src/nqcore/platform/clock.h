@@ -12,4 +12,20 @@ namespace nqcore::platform {
 /// Threads  any.
 [[nodiscard]] std::int64_t system_time_ns() noexcept;
 
+/// Nanoseconds since boot, time asleep included; never steps backwards.
+///
+/// Units    steps of the system's timer interrupt (win32: 0.5 to 16 ms), 1 ns (posix).
+/// Threads  any.
+/// Cost     no system call.
+[[nodiscard]] std::int64_t boot_time_ns() noexcept;
+
+/// The finest steady counter, from an origin of its own; never steps backwards, and is not adjusted to any other clock.
+///
+/// Units    1 / `counter_frequency()` seconds.
+/// Threads  any.
+[[nodiscard]] std::int64_t counter() noexcept;
+
+/// Counts of `counter` per second; constant while the system runs.
+[[nodiscard]] std::int64_t counter_frequency() noexcept;
+
 }  // namespace nqcore::platform

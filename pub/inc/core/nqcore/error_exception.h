@@ -130,6 +130,9 @@ private:
 [[noreturn]] NQCORE_API void throw_error(const ErrorCode& code, const SourceString& message, ErrorParams params,
                                          const SourceLocation& location, const RefCountPtr<const ErrorInfo>& nested);
 
+/// Throws the record of a C runtime error number, `ErrorInfo::from_errno`.
+[[noreturn]] NQCORE_API void throw_errno(const SourceLocation& location, int errnoValue);
+
 /// The message of a C runtime error number; "Unknown error (errno=<number>)" when nobody has one.
 [[nodiscard]] NQCORE_API SourceString errno_message(int errnoValue);
 

@@ -3,13 +3,24 @@
 #include <time.h>
 
 namespace nqcore::platform {
+namespace {
 
-std::int64_t system_time_ns() noexcept {
+std::int64_t now_ns(clockid_t clock) noexcept {
     timespec now;
-    clock_gettime(CLOCK_REALTIME, &now);  // fails for a bad argument only
+    clock_gettime(clock, &now);  // fails for a bad argument only
     // Unsigned, so that a clock set beyond the range wraps round.
     return static_cast<std::int64_t>(static_cast<std::uint64_t>(now.tv_sec) * 1'000'000'000 +
                                      static_cast<std::uint64_t>(now.tv_nsec));
 }
+
+}  // namespace
+
+std::int64_t system_time_ns() noexcept { return now_ns(CLOCK_REALTIME); }
+
+std::int64_t boot_time_ns() noexcept { return now_ns(CLOCK_BOOTTIME); }
+
+std::int64_t counter() noexcept { return now_ns(CLOCK_MONOTONIC_RAW); }
+
+std::int64_t counter_frequency() noexcept { return 1'000'000'000; }
 
 }  // namespace nqcore::platform

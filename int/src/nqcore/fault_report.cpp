@@ -1,0 +1,60 @@
+#include "nqcore/fault_report.h"
+
+#include "nqcore/error_exception.h"
+#include "nqcore/error_info.h"
+#include "nqcore/source_location.h"
+
+#include <ace/Log_Msg.h>
+
+#include <exception>
+#include <sstream>
+#include <string>
+
+namespace nqcore {
+namespace {
+
+ErrorInfo::Ptr record_in_flight(const SourceLocation& location) {
+    if (!std::current_exception()) {
+        return {};
+    }
+    try {
+        throw;
+    } catch (const std::exception& exception) {
+        return ErrorInfo::from_exception(exception, location);
+    } catch (...) {
+        return ErrorInfo::from_anonymous_exception(location);
+    }
+}
+
+// The log cuts long entries short, so each line is an entry of its own.
+void trace_lines(const std::string& text) {
+    for (std::size_t begin = 0; begin < text.size();) {
+        std::size_t end = text.find('\n', begin);
+        if (end == std::string::npos) {
+            end = text.size();
+        }
+        const std::string line = text.substr(begin, end - begin);
+        ACE_ERROR((LM_ERROR, ACE_TEXT("%C\n"), line.c_str()));
+        begin = end + 1;
+    }
+}
+
+}  // namespace
+
+void create_dump_and_trace_anonymous_exception(const SourceLocation& location) noexcept {
+    try {
+        std::ostringstream text;
+        text << "nqcore: unexpected exception caught by " << location.function().view() << " (" << location.file_path()
+             << ':' << location.line() << ')';
+        if (const ErrorInfo::Ptr error = record_in_flight(location)) {
+            text << ErrorInfo::Trace{*error, 1};
+        } else {
+            text << ": no exception in flight";
+        }
+        trace_lines(text.str());
+    } catch (...) {
+        // Memory is exhausted, most likely; there is nobody left to tell.
+    }
+}
+
+}  // namespace nqcore

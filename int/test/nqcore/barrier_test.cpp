@@ -1,0 +1,115 @@
+#include "nqcore/barrier.h"
+#include "error_test_support.h"
+#include "nqcore/result_control.h"
+
+#include <string>
+#include <thread>
+
+namespace nqcore {
+namespace {
+
+enum State { pending, good, bad };
+
+Future<int> future_in(State state) {
+    Future<int> future;
+    if (state == good) {
+        future.set_value(1);
+    } else if (state == bad) {
+        future.set(record("error.bad"));
+    }
+    return future;
+}
+
+struct BarrierCase {
+    const char* name;
+    std::vector<State> states;
+    // any_ready, all_ready, any_failed, all_failed, any_successful, all_successful
+    const char* answers;
+};
+
+const BarrierCase s_cases[] = {
+    {"empty", {}, "110000"},
+    {"pending", {pending}, "000000"},
+    {"good", {good}, "110011"},
+    {"bad", {bad}, "111100"},
+    {"good_bad", {good, bad}, "111010"},
+    {"pending_good", {pending, good}, "100010"},
+    {"bad_pending", {bad, pending}, "101000"},
+};
+
+template <class Barrier>
+std::string answers(const Barrier& barrier) {
+    std::string text;
+    for (const bool answer : {barrier.any_ready(), barrier.all_ready(), barrier.any_failed(), barrier.all_failed(),
+                              barrier.any_successful(), barrier.all_successful()}) {
+        text += answer ? '1' : '0';
+    }
+    return text;
+}
+
+TEST(Barrier, Predicates) {
+    for (const BarrierCase& row : s_cases) {
+        AnyFutureBarrier futures;
+        AnyResultBarrier results;
+        bool anyPending = false;
+        for (const State state : row.states) {
+            futures.push_back(future_in(state));
+            results.push_back(future_result(future_in(state)));
+            anyPending |= state == pending;
+        }
+        EXPECT_EQ(answers(futures), row.answers) << row.name;
+        EXPECT_EQ(answers(results), row.answers) << row.name;
+        EXPECT_EQ(futures.wait(RelativeTime::milliseconds(2)), !anyPending) << row.name;
+        EXPECT_EQ(results.wait(AbsoluteTime::min_time), !anyPending) << row.name;
+    }
+}
+
+TEST(Barrier, SignalsWhatIsPendingAndKeepsOrder) {
+    AnyFutureBarrier barrier;
+    const Future<void> first;
+    const Future<std::string> second;
+    barrier.push_back(first);
+    barrier.push_back(future_in(good));
+    barrier.push_back(second);
+    AnyFutureBarrier copy(barrier);
+    barrier.remove_all_ready();
+    ASSERT_EQ(barrier.size(), 2u);
+    EXPECT_EQ(barrier.begin()[0].get_future<void>(), first);
+    EXPECT_EQ(barrier.begin()[1].get_future<std::string>(), second);
+    try {
+        (void)barrier.begin()->get_future<int>();
+        ADD_FAILURE();
+    } catch (const std::exception& e) {
+        EXPECT_STREQ(e.what(), "AnyFutureBarrier : bad future cast");
+    }
+    EXPECT_EQ(copy.set_error_if_not_ready(record("error.late")), 2u);
+    EXPECT_THAT(second.error_info(), HasCode("error.late"));
+    EXPECT_EQ(barrier.erase(barrier.begin()), barrier.begin());
+    EXPECT_EQ(barrier.size(), 1u);
+    barrier.swap(copy);
+    EXPECT_EQ(barrier.size(), 3u);
+    barrier.clear();
+    EXPECT_TRUE(barrier.empty());
+}
+
+TEST(Barrier, CancelsAndCastsResults) {
+    AnyResultBarrier barrier;
+    Future<int> future;
+    barrier.push_back(future_result(future));
+    barrier.push_back(ready_result(2L));
+    EXPECT_EQ(barrier.begin()[1].get_result<long>().get(), 2);
+    try {
+        (void)barrier.begin()->get_result<long>();
+        ADD_FAILURE();
+    } catch (const std::exception& e) {
+        EXPECT_STREQ(e.what(), "AnyResultBarrier : bad result cast");
+    }
+    std::thread canceller([&] { barrier.cancel(record("error.why")); });
+    barrier.wait();
+    canceller.join();
+    EXPECT_THAT(future.error_info(), HasCause(HasCode("error.why")));
+    EXPECT_THAT([&] { barrier.push_back(Result<void>()); }, ThrowsError(HasCode("error.nqcore.result.notWaitable")));
+}
+
+}  // namespace
+}  // namespace nqcore

@@ -1,0 +1,88 @@
+// The seams platform/clock.h, platform/interrupt_time.h and platform/timer_period.h, the same on both targets, and the
+// pair of times that the library records as it starts.
+#include "monotonic_time_anchors.h"
+#include "platform/clock.h"
+#include "platform/interrupt_time.h"
+#include "platform/timer_period.h"
+
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+namespace nqcore {
+namespace {
+
+using impl::start_anchors;
+
+// When this file's static objects are constructed, in whatever order the sources are.
+const AbsoluteTime s_wallAtStart = start_anchors().wall;
+
+TEST(ClockSeam, AnchorsNeverChange) {
+    EXPECT_EQ(start_anchors().wall, s_wallAtStart);
+    EXPECT_LE(start_anchors().wall, AbsoluteTime::now());
+    EXPECT_LE(start_anchors().mono, MonotonicTime::now());
+    EXPECT_EQ(start_anchors().mono.as_absolute_time(), start_anchors().wall);
+}
+
+TEST(ClockSeam, CounterRunsAtItsFrequency) {
+    const std::int64_t frequency = platform::counter_frequency();
+    EXPECT_GE(frequency, 1'000'000);
+    const std::int64_t boot = platform::boot_time_ns();
+    const std::int64_t start = platform::counter();
+    while (platform::counter() - start < frequency / 40) {
+    }
+    EXPECT_NEAR(static_cast<double>(platform::boot_time_ns() - boot), 25e6, 20e6);
+}
+
+// A page whose words change between the reads as a script says.
+struct ScriptedPage {
+    struct Word {
+        const ScriptedPage* page;
+        operator std::uint32_t() const { return page->values[page->reads++]; }
+    };
+    explicit ScriptedPage(std::vector<std::uint32_t> script) : values(std::move(script)) {}
+    ScriptedPage(const ScriptedPage&) = delete;
+    ScriptedPage& operator=(const ScriptedPage&) = delete;
+
+    std::vector<std::uint32_t> values;
+    mutable std::size_t reads = 0;
+    Word low{this}, high1{this}, high2{this};
+};
+
+TEST(InterruptTime, ReadsAgainWhatIsTorn) {
+    const auto ticks = [](std::uint64_t high, std::uint64_t low) {
+        return static_cast<std::int64_t>((high << 32 | low) * 100);
+    };
+    struct {
+        std::vector<std::uint32_t> reads;  // upper word, lower word, copy of the upper word, in this order
+        std::int64_t ns;
+    } const cases[] = {
+        {{0, 0, 0}, 0},
+        {{0, 1, 0}, 100},
+        {{7, 0xFFFFFFFF, 7}, ticks(7, 0xFFFFFFFF)},
+        {{7, 0xFFFFFFFF, 8, 8, 0, 8}, ticks(8, 0)},    // the lower word was about to roll over
+        {{7, 3, 8, 7, 0, 8, 8, 1, 8}, ticks(8, 1)},    // twice
+        {{0xFFFFFFFF, 0xFFFFFFFF, 0xFFFFFFFF}, -100},  // wraps round
+    };
+    for (const auto& row : cases) {
+        const ScriptedPage page(row.reads);
+        EXPECT_EQ(platform::read_interrupt_time_ns(page), row.ns);
+        EXPECT_EQ(page.reads, row.reads.size());
+    }
+    const platform::InterruptTimeWords words = {2, 1, 1};
+    EXPECT_EQ(platform::read_interrupt_time_ns(words), ticks(1, 2));
+}
+
+TEST(TimerPeriod, TakesOneTo65535) {
+    for (const unsigned period : {1u, 2u, 65'535u}) {
+        EXPECT_EQ(platform::begin_timer_period(period), 0u) << period;
+        EXPECT_EQ(platform::end_timer_period(period), 0u) << period;
+    }
+    for (const unsigned period : {0u, 65'536u, 0xFFFFFFFFu}) {
+        EXPECT_EQ(platform::begin_timer_period(period), 97u) << period;
+        EXPECT_EQ(platform::end_timer_period(period), 97u) << period;
+    }
+}
+
+}  // namespace
+}  // namespace nqcore

@@ -1,0 +1,225 @@
+#include "error_test_support.h"
+#include "nqcore/result_control.h"
+
+#include <memory>
+#include <string>
+#include <thread>
+
+namespace nqcore {
+namespace {
+
+TEST(Result, SlotsAreInTheirOrder) {
+    using Impl = impl::ResultImplBase;
+    EXPECT_EQ(virtual_slot(&impl::AsyncOp::cancel), 3u);  // the destructor takes two entries
+    EXPECT_EQ(virtual_slot(&Impl::is_ready), 4u);
+    EXPECT_EQ(virtual_slot(&Impl::has_error), 5u);
+    EXPECT_EQ(virtual_slot(&Impl::is_waitable), 6u);
+    EXPECT_EQ(virtual_slot(&Impl::wait), 7u);
+    EXPECT_EQ(virtual_slot(&Impl::get), 8u);
+    EXPECT_EQ(virtual_slot(&Impl::error_info), 9u);
+    EXPECT_EQ(virtual_slot(&ResultControlBase::is_ignored), 2u);
+    EXPECT_EQ(virtual_slot(&ResultControlBase::is_cancelled), 3u);
+    EXPECT_EQ(virtual_slot(&ResultControl<void>::signal_result), 4u);
+    EXPECT_EQ(virtual_slot(&ResultControl<void>::signal_error), 5u);
+    EXPECT_EQ(virtual_slot(&ResultControl<void>::create_async_handler), 6u);
+    EXPECT_EQ(virtual_slot(&AsyncResultBase::ignored), 4u);
+    EXPECT_EQ(virtual_slot(&AsyncResultBase::cancelled), 5u);
+    EXPECT_EQ(virtual_slot(&AsyncResult<void>::get_result), 7u);
+}
+
+TEST(Result, EmptyKnowsNothing) {
+    const Result<void> empty;
+    EXPECT_FALSE(empty.is_ready());
+    EXPECT_FALSE(empty.has_value());
+    EXPECT_FALSE(empty.has_error());
+    EXPECT_FALSE(empty.is_waitable());
+    EXPECT_EQ(empty.error_info(), nullptr);
+    empty.throw_if_error();
+    empty.cancel(true, nullptr);
+    const auto notWaitable = ThrowsError(
+        AllOf(HasCode("error.nqcore.result.notWaitable"),
+              HasMessage("Operation requiring a waitable object attemped on a Result which is not waitable.")));
+    EXPECT_THAT([&] { empty.wait(); }, notWaitable);
+    EXPECT_THAT([&] { empty.wait(RelativeTime::zero); }, notWaitable);
+    EXPECT_THAT([&] { empty.get(); }, notWaitable);
+}
+
+TEST(Result, ReadyFromBirth) {
+    const Result<std::string> value = ready_result(std::string("text"));
+    EXPECT_TRUE(value.is_ready() && value.has_value() && value.is_waitable() && !value.has_error());
+    EXPECT_TRUE(value.wait(RelativeTime::zero));
+    EXPECT_EQ(value.get(), "text");
+    EXPECT_TRUE(value.future().is_null());
+
+    const ErrorInfo::Ptr why = record("error.why");
+    const Result<std::string> error = failed_result<std::string>(why);
+    EXPECT_TRUE(error.is_ready() && error.has_error() && error.is_waitable() && !error.has_value());
+    EXPECT_EQ(error.error_info(), why);
+    try {
+        (void)error.get();
+        ADD_FAILURE();
+    } catch (const ErrorException& thrown) {
+        EXPECT_EQ(thrown.error(), why);  // the same record
+    }
+    EXPECT_THROW(error.throw_if_error(), ErrorException);
+    error.cancel(false, nullptr);
+    EXPECT_EQ(error.error_info(), why);
+}
+
+TEST(Result, FollowsItsFuture) {
+    Future<int> future;
+    const Result<int> result = future_result(future);
+    EXPECT_TRUE(result.is_waitable());
+    EXPECT_FALSE(result.is_ready());
+    EXPECT_FALSE(result.wait(RelativeTime::milliseconds(1)));
+    EXPECT_EQ(result.future(), future);
+    const ErrorInfo::Ptr why = record("error.why");
+    result.cancel(true, why);
+    EXPECT_THAT(result.error_info(), AllOf(HasCode("error.nqcore.result.cancelled"), HasMessage("Operation cancelled"),
+                                           HasCause(HasCode("error.why"))));
+    EXPECT_TRUE(impl::result_was_cancelled(future.error_info()));
+    EXPECT_TRUE(impl::result_was_cancelled(record("error.nqcore.result.cancelled.innerOperation")));
+    EXPECT_FALSE(impl::result_was_cancelled(record("error.nqcore.result.cancelledX")));
+    EXPECT_FALSE(impl::result_was_cancelled(nullptr));
+}
+
+// What becomes of a direct answer, a direct error, and a handler, for each control.
+template <class T>
+struct Asked {
+    explicit Asked(ResultControl<T>&& control)
+        : ignored(control.is_ignored()), handler(control.create_async_handler()) {}
+    bool ignored;
+    RefCountPtr<AsyncResult<T>> handler;
+};
+
+TEST(ResultControl, DirectAnswers) {
+    EXPECT_FALSE(result_ignored<int>().signal_result(1).is_waitable());
+    EXPECT_FALSE(result_ignored<int>().signal_error(record()).is_waitable());
+    EXPECT_EQ(result_ignored<int>().if_not_ready().signal_result(2).get(), 2);
+    EXPECT_TRUE(result_error_if_async<void>().signal_result().has_value());
+    EXPECT_THAT(result_direct_if_synchronous<int>().signal_error(record("error.x")).error_info(), HasCode("error.x"));
+    Future<std::unique_ptr<int>> future;
+    EXPECT_EQ(*result_future(future).signal_result(std::make_unique<int>(5)).get(), 5);
+    EXPECT_TRUE(result_future(future).signal_error(record()).has_value());  // too late, and silent
+    EXPECT_FALSE(result_future(future).is_cancelled());
+    EXPECT_TRUE(result_future(failed_future<int>(impl::create_result_cancel_error({}))).is_cancelled());
+}
+
+TEST(ResultControl, NullErrorsAreRefused) {
+    const auto refused =
+        ThrowsError(AllOf(HasCode("error.nqcore.result.badParameter"), HasMessage("Null ErrorInfo pointer")));
+    const Future<void> future;
+    EXPECT_THAT([] { (void)result_ignored<void>().signal_error(nullptr); }, refused);
+    EXPECT_THAT([&] { (void)result_future(future).signal_error(nullptr); }, refused);
+    EXPECT_THAT([] { (void)result_error_if_async<void>().signal_error(nullptr); }, refused);
+    EXPECT_THAT([] { (void)result_ignored<void>().if_not_ready().signal_error(nullptr); }, refused);
+    EXPECT_THAT([&] { Asked<void>(result_future(future)).handler->on_async_result_error(nullptr); }, refused);
+    EXPECT_THAT([&] { Asked<void>(result_ignored<void>()).handler->on_async_result_error(nullptr); }, refused);
+    EXPECT_THAT([&] { (void)AsyncHandlerAdapterControl<void>(result_future(Future<void>())).signal_error(nullptr); },
+                refused);
+}
+
+TEST(ResultControl, AttachmentsGoWithTheControl) {
+    struct Attachment : impl::ControlAttachment {
+        explicit Attachment(int& count) : destroyed(count) {}
+        ~Attachment() override { ++destroyed; }
+        int& destroyed;
+    };
+    int destroyed = 0;
+    {
+        ResultControlIgnored<void> control;
+        control.attach<Attachment>(destroyed);
+        const ResultControlIgnored<void> copy(control);
+        EXPECT_EQ(copy.attachment(), nullptr);
+        control.attach<Attachment>(destroyed);
+        EXPECT_EQ(destroyed, 1);
+    }
+    EXPECT_EQ(destroyed, 2);
+}
+
+TEST(AsyncResult, KindsThatDropSignals) {
+    struct Kind {
+        RefCountPtr<AsyncResult<int>> handler;
+        bool cancelled;
+        const char* error;
+    };
+    const ResultControlIgnored<int> control{};
+    const Kind kinds[] = {
+        {Asked<int>(result_ignored<int>()).handler, false, nullptr},
+        {Asked<int>(result_ignored<int>().if_not_ready()).handler, false, nullptr},
+        {impl::AsyncResultCancelledBase<int>::create(control), true, nullptr},
+        {Asked<int>(result_error_if_async<int>()).handler, true, "error.nqcore.result.invalidAsynchrony"},
+    };
+    for (const Kind& kind : kinds) {
+        EXPECT_TRUE(kind.handler->ignored());
+        EXPECT_EQ(kind.handler->cancelled(), kind.cancelled);
+        for (int i = 0; i < 2; ++i) {
+            kind.handler->on_async_result_success(1);
+            kind.handler->on_async_result_error(record());
+        }
+        kind.handler->cancel(true, nullptr);
+        const Result<int> result = kind.handler->get_result();
+        EXPECT_EQ(result.is_waitable(), kind.error != nullptr);
+        EXPECT_TRUE(kind.error == nullptr || result.error_info()->matches(kind.error));
+    }
+}
+
+TEST(AsyncResult, FutureKindReportsASecondSignal) {
+    const auto redundant = [](auto cause) {
+        return ThrowsError(AllOf(HasCode("error.nqcore.result.redundantSignal"),
+                                 HasMessage("A result which had already been signaled, was signaled again."), cause));
+    };
+    const Future<int> future;
+    const RefCountPtr<AsyncResult<int>> handler = Asked<int>(result_future(future)).handler;
+    EXPECT_FALSE(handler->cancelled());
+    const Result<int> result = handler->get_result();
+    handler->on_async_result_success(1);
+    EXPECT_EQ(result.get(), 1);
+    EXPECT_THAT([&] { handler->on_async_result_success(2); },
+                ThrowsError(HasMessage("A result which had already been signaled, was signaled again.")));
+    EXPECT_THAT([&] { handler->on_async_result_error(record("error.late")); },
+                redundant(HasCause(HasCode("error.late"))));
+    EXPECT_EQ(result.get(), 1);
+
+    const Future<int> cancelled;
+    const RefCountPtr<AsyncResult<int>> late = Asked<int>(result_future(cancelled)).handler;
+    late->cancel(false, record("error.why"));
+    EXPECT_TRUE(late->cancelled());
+    late->on_async_result_success(1);
+    late->on_async_result_error(record());
+    EXPECT_THAT(cancelled.error_info(),
+                AllOf(HasCode("error.nqcore.result.cancelled"), HasCause(HasCode("error.why"))));
+}
+
+TEST(AsyncResult, DroppedHandlerWakesItsWaiter) {
+    Future<int> future;
+    RefCountPtr<AsyncResult<int>> handler = Asked<int>(result_direct_if_synchronous<int>()).handler;
+    const Result<int> result = handler->get_result();
+    std::thread dropper([&] { handler.clear(); });
+    result.wait();
+    dropper.join();
+    EXPECT_THAT(
+        result.error_info(),
+        AllOf(HasCode("error.nqcore.result.notSignaled"),
+              HasMessage("An asynchronous result handler is being destroyed but the result has not been signaled.")));
+}
+
+TEST(AsyncHandlerAdapterControl, HandsItsHandlerDown) {
+    const Future<int> future;
+    RefCountPtr<AsyncResult<int>> outer = Asked<int>(result_future(future)).handler;
+    AsyncHandlerAdapterControl<int> control = outer->as_control();
+    EXPECT_EQ(control.create_async_handler(), outer);
+    const AsyncHandlerAdapterControl<int> copy(control);
+    EXPECT_EQ(static_cast<const RefCountPtr<AsyncResult<int>>&>(copy), outer);
+    EXPECT_FALSE(control.is_cancelled());
+    EXPECT_FALSE(control.signal_result(6).is_waitable());
+    EXPECT_EQ(future.get(), 6);
+    EXPECT_THAT([&] { (void)control.signal_error(record()); },
+                ThrowsError(HasCode("error.nqcore.result.redundantSignal")));
+    EXPECT_FALSE(AsyncHandlerAdapterControl<void>(result_ignored<void>()).is_cancelled());
+    EXPECT_THAT([] { AsyncHandlerAdapterControl<void>(RefCountPtr<AsyncResult<void>>()); },
+                ThrowsError(HasMessage("Invalid 'handler' value: NULL")));
+}
+
+}  // namespace
+}  // namespace nqcore

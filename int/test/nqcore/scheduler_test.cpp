@@ -1,0 +1,97 @@
+#include "nqcore/scheduler.h"
+
+#include "error_test_support.h"
+
+#include <gtest/gtest.h>
+#include <memory>
+#include <string>
+
+namespace nqcore {
+namespace {
+
+// Grants periods from `finest` on, and notes what it is asked.
+struct FakePeriods final : impl::TimerPeriodService {
+    explicit FakePeriods(unsigned finestPeriod = 0) : finest(finestPeriod) {}
+
+    unsigned begin(unsigned milliseconds) override {
+        calls += "begin " + std::to_string(milliseconds) + ' ';
+        return milliseconds < finest ? 97 : 0;
+    }
+    unsigned end(unsigned milliseconds) override {
+        calls += "end " + std::to_string(milliseconds) + ' ';
+        return endResult;
+    }
+
+    unsigned finest;
+    unsigned endResult = 0;
+    std::string calls;
+};
+
+std::string calls_of(RelativeTime latency) {
+    FakePeriods periods;
+    EXPECT_EQ(SchedulerLatency(latency, periods).requested_latency(), latency);
+    return periods.calls;
+}
+
+TEST(SchedulerLatency, AsksOnceAndTakesBackOnce) {
+    EXPECT_EQ(calls_of(RelativeTime::milliseconds(1)), "begin 1 end 1 ");
+    EXPECT_EQ(calls_of(RelativeTime::microseconds(1'999)), "begin 1 end 1 ");
+    EXPECT_EQ(calls_of(RelativeTime::microseconds(999)), "begin 0 end 0 ");
+    EXPECT_EQ(calls_of(RelativeTime::infinite), "begin 4294967295 end 4294967295 ");
+    EXPECT_EQ(calls_of(RelativeTime::milliseconds(-2)), "begin 4294967294 end 4294967294 ");
+}
+
+TEST(SchedulerLatency, RefusalIsAnError) {
+    FakePeriods periods(2);
+    const auto request = [&] { SchedulerLatency(RelativeTime::nanoseconds(999), periods); };
+    EXPECT_THAT(request, ThrowsError(AllOf(HasCode(error::nqcore_hardware_timeError), HasParam("latency", "999ns"),
+                                           HasParam("result", "97"),
+                                           HasMessage("Failed setting scheduler latency to 999ns: result=97"))));
+    EXPECT_EQ(periods.calls, "begin 0 ");
+    try {
+        request();
+    } catch (const ErrorException& exception) {
+        const SourceLocation& location = exception.error()->location();
+        EXPECT_EQ(location.function().view(), "nqcore::SchedulerLatency::SchedulerLatency()");
+        EXPECT_EQ(location.file_path(), "//nqcore/int/src/nqcore/scheduler.cpp");
+    }
+    EXPECT_THAT([&] { SchedulerLatency(RelativeTime::zero); },
+                ThrowsError(HasMessage("Failed setting scheduler latency to 0ns: result=97")));
+}
+
+TEST(SchedulerLatency, FailureToRestoreIsAnErrorOfTheDestructor) {
+    FakePeriods periods;
+    periods.endResult = 5;
+    auto latency = std::make_unique<SchedulerLatency>(RelativeTime::milliseconds(3), periods);
+    try {
+        latency->~SchedulerLatency();
+        ADD_FAILURE() << "no exception";
+    } catch (const ErrorException& exception) {
+        EXPECT_THAT(exception, AllOf(HasCode(error::nqcore_hardware_timeError), HasParam("result", "5"),
+                                     HasMessage("Failed restoring scheduler latency: result=5")));
+        EXPECT_EQ(exception.error()->params().size(), 1u);
+        EXPECT_EQ(exception.error()->location().function().view(), "nqcore::SchedulerLatency::~SchedulerLatency()");
+    }
+    ::operator delete(latency.release());
+    EXPECT_EQ(periods.calls, "begin 3 end 3 ");
+}
+
+TEST(SchedulerLatency, FindsTheFinest) {
+    struct {
+        unsigned finest;
+        std::int64_t milliseconds;
+        const char* lastCalls;
+    } const cases[] = {
+        {0, 0, "begin 0 end 0 "},       {1, 1, "begin 0 begin 1 end 1 "},       {14, 14, "begin 13 begin 14 end 14 "},
+        {15, 15, "begin 13 begin 14 "}, {0xFFFFFFFF, 15, "begin 13 begin 14 "},
+    };
+    for (const auto& row : cases) {
+        FakePeriods periods(row.finest);
+        EXPECT_EQ(SchedulerLatency::min_scheduler_latency(periods), RelativeTime::milliseconds(row.milliseconds));
+        EXPECT_TRUE(periods.calls.ends_with(row.lastCalls)) << periods.calls;
+    }
+    EXPECT_EQ(SchedulerLatency::min_scheduler_latency(), RelativeTime::milliseconds(1));
+}
+
+}  // namespace
+}  // namespace nqcore

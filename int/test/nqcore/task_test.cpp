@@ -1,0 +1,167 @@
+#include "nqcore/task.h"
+#include "error_test_support.h"
+#include "nqcore/monotonic_time.h"
+#include "nqcore/result_auto_signal.h"
+#include "nqcore/result_control.h"
+
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace nqcore {
+namespace {
+
+struct NoThread : IThreadAffinity {
+    [[nodiscard]] bool is_current_thread() const override { return false; }
+    void post(RefCountPtr<ITask> task) override { posted = task; }
+    RefCountPtr<ITask> posted;
+};
+
+TEST(TaskInvocationContext, DeadlinesAreOnTheProvidersClock) {
+    NoThread thread;
+    TaskInvocationContext context(thread);
+    EXPECT_EQ(&context.thread(), &thread);
+    EXPECT_TRUE(context.options().deadline().is_infinite());
+    EXPECT_TRUE(context.cancel_after(RelativeTime::infinite).options().deadline().is_infinite());
+    const RelativeTime before = TimeProviderMm::now();
+    const AbsoluteTime deadline = context.cancel_after(RelativeTime::zero).options().deadline();
+    EXPECT_LE(before.as_nsec(), deadline.as_nsec());
+    EXPECT_LE(deadline.as_nsec(), TimeProviderMm::now().as_nsec());
+    EXPECT_FALSE(context.options().deadline().is_infinite());
+}
+
+TEST(AsyncOpHandle, CancelsOnce) {
+    AsyncOpHandle handle;
+    handle.cancel(true, nullptr);
+    const Future<int> future;
+    handle = future_result(future);
+    EXPECT_FALSE(handle.empty());
+    handle.cancel(true, record("error.why"));
+    EXPECT_TRUE(handle.empty());
+    EXPECT_THAT(future.error_info(), HasCause(HasCode("error.why")));
+    handle.cancel(true, nullptr);
+}
+
+TEST(SingleUseTask, RunsOnceOrSaysWhyNot) {
+    NoThread thread;
+    const TaskInvocationContext inTime(thread);
+    const Future<int> value;
+    const RefCountPtr<ITask> task = make_single_use_task(
+        value, inTime, [] { return 5; }, s_location);
+    task->execute();
+    EXPECT_EQ(value.get(), 5);
+    EXPECT_THAT(
+        [&] { task->execute(); },
+        ThrowsError(AllOf(HasCode("error.nqcore.task.redundantExecution"),
+                          HasMessage(testing::MatchesRegex("The single-use task at 0x[0-9a-f]+ has been executed "
+                                                           "previously.")))));
+
+    const Future<void> thrown;
+    make_single_use_task(
+        thrown, inTime, [] { throw std::out_of_range("at 7"); }, s_location)
+        ->execute();
+    EXPECT_THAT(thrown.error_info(), HasMessage("at 7"));
+
+    const Future<int> never;
+    (void)make_single_use_task(
+        never, inTime, [] { return 1; }, s_location);
+    EXPECT_THAT(never.error_info(),
+                AllOf(HasCode("error.nqcore.task.notExecuted"),
+                      HasMessage(testing::MatchesRegex("The task at 0x[0-9a-f]+ was never executed."))));
+
+    const Future<int> late;
+    TaskInvocationContext hurried(thread);
+    hurried.cancel_after(RelativeTime::milliseconds(-50));
+    make_single_use_task(
+        late, hurried, [] { return 1; }, s_location)
+        ->execute();
+    EXPECT_THAT(late.error_info(), HasCode("error.nqcore.task.timeLimitExpired"));
+
+    Future<int> cancelled;
+    cancelled.cancel();
+    bool ran = false;
+    make_single_use_task(
+        cancelled, inTime, [&] { return ran = true, 1; }, s_location)
+        ->execute();
+    EXPECT_FALSE(ran);
+}
+
+TEST(TaskErrors, Texts) {
+    const void* const address = reinterpret_cast<const void*>(std::size_t{0xABC});
+    EXPECT_THAT(impl::task_expired_error(address, RelativeTime::infinite, s_location),
+                AllOf(HasMessage("The deadline for executing the task at 0x00000abc expired ##INFINITE## ago."),
+                      HasParam("address", "0x00000abc")));
+}
+
+/// Notes who was signalled with what, in order; may throw.
+struct Noting : impl::AsyncResultIgnoredBase<int> {
+    Noting(std::string& sharedLog, char ownName, bool fails)
+        : AsyncResultIgnoredBase<int>(ResultControlIgnored<int>()), log(sharedLog), name(ownName), throws(fails) {}
+    void async_success_impl(int&& value) override { note(std::to_string(value)); }
+    void async_error_impl(const ErrorInfo::Ptr& error) override { note(std::string(error->message().view())); }
+    void note(const std::string& what) {
+        log += name + what + ' ';
+        if (throws) {
+            throw std::runtime_error("from a handler");
+        }
+    }
+    std::string& log;
+    char name;
+    bool throws;
+};
+
+TEST(AutoSignalAsyncResult, SignalsEveryHandlerInOrder) {
+    std::string log;
+    const auto handlers = [&] {
+        std::vector<RefCountPtr<AsyncResult<int>>> list;
+        list.emplace_back(new Noting(log, 'a', true));
+        list.emplace_back(new Noting(log, 'b', false));
+        return list;
+    };
+    {
+        AutoSignalAsyncResult<int> holder(handlers(), ErrorInfo::Ptr());
+        holder.push_back(RefCountPtr<AsyncResult<int>>(new Noting(log, 'c', false)));
+        EXPECT_FALSE(holder.has_failure());
+        holder.signal_success(4);
+    }
+    EXPECT_EQ(log, "a4 b4 c4 ");
+    log.clear();
+    { const AutoSignalAsyncResult<int> forgotten(handlers(), ErrorInfo::Ptr()); }
+    EXPECT_EQ(log,
+              "aDerived class neither set the failure nor called signal_success(). "
+              "bDerived class neither set the failure nor called signal_success(). ");
+    log.clear();
+    {
+        AutoSignalAsyncResult<int> failing(handlers(), record("error.a", "first"));
+        failing.set_failure(record("error.a", "last"));
+        failing.signal_success(1);
+    }
+    EXPECT_EQ(log, "alast blast ");
+
+    const Future<void> futures[2];
+    {
+        ResultControlFutureRef<void> controls[2] = {result_future(futures[0]), result_future(futures[1])};
+        AutoSignalAsyncResult<void> success(controls[0].create_async_handler(), ErrorInfo::Ptr());
+        success.push_back(controls[1].create_async_handler());
+        EXPECT_THAT([&] { success.push_back(nullptr); }, ThrowsError(HasCode("error.nqcore.result.badParameter")));
+    }
+    EXPECT_TRUE(futures[0].has_value() && futures[1].has_value());
+}
+
+TEST(DispatchedCompletion, CarriesAnOutcome) {
+    const Future<std::string> future;
+    ResultControlFutureRef<std::string> control(future);
+    impl::DispatchedCompletion<std::string> completion(std::string("done"));
+    impl::DispatchedCompletion<std::string> copy(completion);
+    copy.signal(*control.create_async_handler());
+    EXPECT_EQ(future.get(), "done");
+    const Future<void> failed;
+    ResultControlFutureRef<void> failing(failed);
+    impl::DispatchedCompletion<void>(record("error.x")).signal(*failing.create_async_handler());
+    EXPECT_THAT(failed.error_info(), HasCode("error.x"));
+    EXPECT_EQ(&impl::DispatchedCompletion<void>::value, &nil);
+    EXPECT_THROW(impl::DispatchedCompletion<int>(ErrorInfo::Ptr()), ErrorException);
+}
+
+}  // namespace
+}  // namespace nqcore
