@@ -47,11 +47,12 @@ void take_mark(std::string& word) {
 
 class Parser {
 public:
-    explicit Parser(const Command& root) : m_app(root.summary, root.name) {
+    Parser(const Command& root, const std::vector<std::string>& words) : m_app(root.summary, root.name) {
         m_app.set_version_flag("--version", std::string(root.name) + " " NQCORE_VERSION);
-        add_command(m_app, root);
+        add_command(m_app, root, words);
     }
 
+    // In       `words`: those that the parser was made for.
     void parse(std::vector<std::string> words) {
         // CLI11 takes the words last first.
         std::reverse(words.begin(), words.end());
@@ -77,7 +78,7 @@ public:
     }
 
 private:
-    void add_command(CLI::App& app, const Command& command) {
+    void add_command(CLI::App& app, const Command& command, const std::vector<std::string>& words) {
         m_options[&command];
         app.set_help_flag("-h,--help", "Show this help and exit");
         app.add_flag("--brief", m_isBrief, "Describe failures in one line each");
@@ -87,7 +88,12 @@ private:
             add_option(app, command, option);
         }
         for (const Command* child : command.children) {
-            add_command(*app.add_subcommand(child->name, child->summary), *child);
+            CLI::App& added = *app.add_subcommand(child->name, child->summary);
+            // A command that no word names can only be listed. The options of all of them took more instructions than
+            // the rest of the program's start.
+            if (std::find(words.begin(), words.end(), child->name) != words.end()) {
+                add_command(added, *child, words);
+            }
         }
         if (command.children.empty()) {
             app.callback([this, &command] { m_command = &command; });
@@ -123,7 +129,7 @@ private:
 }  // namespace
 
 Invocation parse_command_line(std::vector<std::string> words, const Command& root) {
-    Parser parser(root);
+    Parser parser(root, words);
     Invocation invocation;
     try {
         parser.parse(std::move(words));

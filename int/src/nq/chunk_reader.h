@@ -41,7 +41,9 @@ struct Chunk {
 /// Threads  one. The chunks that it has given are independent of it and of each other.
 class ChunkReader {
 public:
-    static constexpr std::size_t s_capacity = 256 * 1024;  // stays in the processor's second cache
+    /// Large enough that calls of the system do not count; not larger, since touching memory for the first time costs
+    /// about as much as scrubbing a chunk that fills it.
+    static constexpr std::size_t s_capacity = 64 * 1024;
     static constexpr std::size_t s_window = 4096;
 
     /// In       `capacity`: most bytes of a chunk. `window`: above 22, and below the capacity.

@@ -36,6 +36,7 @@ ScrubReport scrub_input(Input& input, Output& out) {
     const Scrubber scrubber;
     ChunkReader reader(input);
     std::string clean;
+    clean.reserve(2 * ChunkReader::s_capacity);  // rarely outgrown; what is not written to costs nothing
     for (Chunk chunk; reader.next(chunk);) {
         clean.clear();
         scrubber.scrub(chunk, clean, report);

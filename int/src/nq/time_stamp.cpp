@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 
 namespace nq {
 
@@ -34,10 +35,7 @@ constexpr std::string_view s_zones[] = {
     "HKT",  "IST",  "JST",  "KST",  "MDT",  "MSK", "MST", "NZDT", "NZST", "PDT", "PST", "SGT", "WEST", "WET",
 };
 
-bool is_zone(std::string_view word) noexcept {
-    // Most words behind a time are "INFO" and the like, and end in another letter than all of these.
-    return (word.ends_with('T') || word.ends_with('K')) && std::ranges::binary_search(s_zones, word);
-}
+constexpr bool ends_zone(char letter) noexcept { return letter == 'T' || letter == 'K'; }
 
 // A text that is looked at byte by byte; beyond its end there are NULs.
 class Scan {
@@ -56,16 +54,6 @@ public:
             }
         }
         return true;
-    }
-    // 0 when there is no date.
-    [[nodiscard]] std::size_t end_of_date() const noexcept {
-        if (!are_digits(0, 4)) {
-            return 0;
-        }
-        if (at(4) == '-') {
-            return are_digits(5, 2) && at(7) == '-' && are_digits(8, 2) ? 10 : 0;
-        }
-        return are_digits(4, 4) ? 8 : 0;
     }
     [[nodiscard]] std::size_t end_of_time(std::size_t index) const noexcept {
         for (bool hasFraction = false;; ++index) {
@@ -94,12 +82,15 @@ public:
             return index;
         }
         const std::size_t begin = index + 1;
-        const bool isOffset = (at(begin) == '+' || at(begin) == '-') && are_digits(begin + 1, 2);
-        if (!isOffset && kind(begin) != s_letter) {
+        if ((at(begin) == '+' || at(begin) == '-') && are_digits(begin + 1, 2)) {
+            return end_of_time(begin);
+        }
+        // Most words behind a time are "INFO" and the like: their ends need not be looked for.
+        if (!ends_zone(at(begin + 2)) && !ends_zone(at(begin + 3))) {
             return index;
         }
         const std::size_t end = end_of_time(begin);
-        return isOffset || is_zone(m_text.substr(begin, end - begin)) ? end : index;
+        return std::ranges::binary_search(s_zones, m_text.substr(begin, end - begin)) ? end : index;
     }
 
 private:
@@ -107,24 +98,56 @@ private:
 };
 
 static_assert(std::ranges::is_sorted(s_zones));
-static_assert(std::ranges::all_of(s_zones,
-                                  [](std::string_view zone) { return zone.ends_with('T') || zone.ends_with('K'); }));
+static_assert(std::ranges::all_of(s_zones, [](std::string_view zone) {
+    return (zone.size() == 3 || zone.size() == 4) && ends_zone(zone.back());
+}));
+
+// How a line begins, with "0" for every digit: most lines are told from the others in a few comparisons.
+class Beginning {
+public:
+    explicit Beginning(std::string_view line) noexcept {
+        if (line.size() >= sizeof m_shape) {
+            std::memcpy(m_shape, line.data(), sizeof m_shape);  // of a size known here: one load
+        } else {
+            line.copy(m_shape, line.size());
+        }
+        for (char& byte : m_shape) {
+            byte = byte >= '0' && byte <= '9' ? '0' : byte;
+        }
+    }
+
+    // Where the hour ends in "dddd-dd-dd dd" or "dddddddd dd"; 0 for all else.
+    [[nodiscard]] std::size_t end_of_hour() const noexcept {
+        const std::string_view shape(m_shape, sizeof m_shape);
+        const std::size_t date = shape.starts_with("0000-00-00") ? 10 : shape.starts_with("00000000") ? 8 : 0;
+        const char separator = shape[date];
+        const bool isSeparated = separator == ' ' || separator == 'T' || separator == 't';
+        return date != 0 && isSeparated && shape.substr(date + 1, 2) == "00" ? date + 3 : 0;
+    }
+
+    // Where minutes and seconds end behind the hour, if they are there in full.
+    [[nodiscard]] std::size_t end_of_seconds(std::size_t hour) const noexcept {
+        return std::string_view(m_shape, sizeof m_shape).substr(hour, 6) == ":00:00" ? hour + 6 : hour;
+    }
+
+private:
+    char m_shape[32] = {};
+};
 
 }  // namespace
 
 std::string_view leading_time_stamp(std::string_view line) noexcept {
+    const Beginning beginning(line);
+    const std::size_t hour = beginning.end_of_hour();
+    if (hour == 0) {
+        return {};
+    }
     const Scan scan(line);
-    const std::size_t date = scan.end_of_date();
-    const char separator = scan.at(date);
-    if (date == 0 || (separator != ' ' && separator != 'T' && separator != 't') || !scan.are_digits(date + 1, 2)) {
+    const char next = scan.at(hour);
+    if (scan.kind(hour) == s_letter && next != 'Z' && next != 'z') {
         return {};
     }
-    const std::size_t afterHours = date + 3;
-    const char next = scan.at(afterHours);
-    if (scan.kind(afterHours) == s_letter && next != 'Z' && next != 'z') {
-        return {};
-    }
-    return line.substr(0, scan.end_of_zone(scan.end_of_time(afterHours)));
+    return line.substr(0, scan.end_of_zone(scan.end_of_time(beginning.end_of_seconds(hour))));
 }
 
 }  // namespace nq

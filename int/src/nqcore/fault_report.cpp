@@ -34,7 +34,9 @@ void trace_lines(const std::string& text) {
             end = text.size();
         }
         const std::string line = text.substr(begin, end - begin);
-        ACE_ERROR((LM_ERROR, ACE_TEXT("%C\n"), line.c_str()));
+        // Not through ACE's macros: their inline functions would be exported from here, and ACE itself would bind to them
+        // and so keep this library from being unloaded.
+        ACE_Log_Msg::instance()->log(LM_ERROR, ACE_TEXT("%C\n"), line.c_str());
         begin = end + 1;
     }
 }
