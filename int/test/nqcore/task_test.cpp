@@ -17,6 +17,10 @@ struct NoThread : IThreadAffinity {
     RefCountPtr<ITask> posted;
 };
 
+auto address_in(const char* before, const char* behind) {
+    return AllOf(testing::StartsWith(std::string(before) + "0x"), testing::EndsWith(behind));
+}
+
 TEST(TaskInvocationContext, DeadlinesAreOnTheProvidersClock) {
     NoThread thread;
     TaskInvocationContext context(thread);
@@ -53,8 +57,7 @@ TEST(SingleUseTask, RunsOnceOrSaysWhyNot) {
     EXPECT_THAT(
         [&] { task->execute(); },
         ThrowsError(AllOf(HasCode("error.nqcore.task.redundantExecution"),
-                          HasMessage(testing::MatchesRegex("The single-use task at 0x[0-9a-f]+ has been executed "
-                                                           "previously.")))));
+                          HasMessage(address_in("The single-use task at ", " has been executed previously.")))));
 
     const Future<void> thrown;
     make_single_use_task(
@@ -65,9 +68,8 @@ TEST(SingleUseTask, RunsOnceOrSaysWhyNot) {
     const Future<int> never;
     (void)make_single_use_task(
         never, inTime, [] { return 1; }, s_location);
-    EXPECT_THAT(never.error_info(),
-                AllOf(HasCode("error.nqcore.task.notExecuted"),
-                      HasMessage(testing::MatchesRegex("The task at 0x[0-9a-f]+ was never executed."))));
+    EXPECT_THAT(never.error_info(), AllOf(HasCode("error.nqcore.task.notExecuted"),
+                                          HasMessage(address_in("The task at ", " was never executed."))));
 
     const Future<int> late;
     TaskInvocationContext hurried(thread);
