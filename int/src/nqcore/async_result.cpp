@@ -1,4 +1,5 @@
 #include "nqcore/async_result.h"
+#include "nqcore/error_exception.h"
 
 #include "nqcore/result_control.h"
 #include "source_id.h"

@@ -1,5 +1,7 @@
 #include "nqcore/future.h"
 
+#include "nqcore/abs_rel_time.h"
+
 #include "ace_object.h"
 #include "nqcore/ace_timeout.h"
 #include "nqcore/error_composer.h"

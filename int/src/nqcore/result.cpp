@@ -1,4 +1,7 @@
 #include "nqcore/result.h"
+#include "nqcore/error_exception.h"
+
+#include "nqcore/abs_rel_time.h"
 
 #include <utility>
 

@@ -44,6 +44,8 @@ void raise_redundant_signal_error(ErrorInfo::Ptr cause, bool from_success_callba
                 s_source.here("nqcore::impl::raise_redundant_signal_error()"), cause);
 }
 
+void throw_result_error(const ErrorInfo::Ptr& error) { ErrorException::throw_error(error); }
+
 bool result_was_cancelled(const ErrorInfo::Ptr& error) noexcept {
     return !error.is_null() && error->matches(error::nqcore_result_cancelled);
 }

@@ -1,5 +1,6 @@
 #include "nqcore/future.h"
 #include "error_test_support.h"
+#include "nqcore/abs_rel_time.h"
 
 #include <atomic>
 #include <memory>

@@ -1,4 +1,5 @@
 #include "error_test_support.h"
+#include "nqcore/abs_rel_time.h"
 #include "nqcore/result_control.h"
 
 #include <memory>

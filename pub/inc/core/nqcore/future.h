@@ -5,10 +5,9 @@
 //     std::thread worker([answer]() mutable { answer.set_value(42); });
 //     if (answer.wait(RelativeTime::seconds(5))) { use(answer.get()); }   // get() throws the error, if there is one
 //
-// A Future is a handle: copies share one cell.
+// A Future is a handle: copies share one cell. Times are only declared here: nqcore/abs_rel_time.h has them.
 #pragma once
 
-#include "nqcore/abs_rel_time.h"
 #include "nqcore/ace_storage.h"
 #include "nqcore/config.h"
 #include "nqcore/error_info.h"
@@ -21,7 +20,12 @@
 #include <new>
 #include <type_traits>
 
+class ACE_Time_Value;
+
 namespace nqcore {
+
+class AbsoluteTime;
+class RelativeTime;
 
 /// Is told of a future's outcome.
 ///

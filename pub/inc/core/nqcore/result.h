@@ -15,7 +15,6 @@
 #pragma once
 
 #include "nqcore/config.h"
-#include "nqcore/error_exception.h"
 #include "nqcore/error_info.h"
 #include "nqcore/future.h"
 #include "nqcore/refcounted.h"
@@ -118,7 +117,7 @@ public:
     [[nodiscard]] bool has_error() const override { return true; }
     [[nodiscard]] bool is_waitable() const override { return true; }
     bool wait(const RelativeTime&) const override { return true; }
-    const void* get() const override { ErrorException::throw_error(m_error); }
+    const void* get() const override { throw_result_error(m_error); }
     [[nodiscard]] RefCountPtr<const ErrorInfo> error_info() const override { return m_error; }
 
 private:

@@ -29,6 +29,9 @@ namespace impl {
 [[noreturn]] NQCORE_API NQCORE_COLD void raise_redundant_signal_error(RefCountPtr<const ErrorInfo> cause,
                                                                       bool from_success_callback);
 
+/// Throws the error of a result.
+[[noreturn]] NQCORE_API NQCORE_COLD void throw_result_error(const RefCountPtr<const ErrorInfo>& error);
+
 /// True for "error.nqcore.result.cancelled" and the codes below it; false for null.
 [[nodiscard]] NQCORE_API bool result_was_cancelled(const RefCountPtr<const ErrorInfo>& error) noexcept;
 
