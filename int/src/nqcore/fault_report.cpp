@@ -13,19 +13,6 @@
 namespace nqcore {
 namespace {
 
-ErrorInfo::Ptr record_in_flight(const SourceLocation& location) {
-    if (!std::current_exception()) {
-        return {};
-    }
-    try {
-        throw;
-    } catch (const std::exception& exception) {
-        return ErrorInfo::from_exception(exception, location);
-    } catch (...) {
-        return ErrorInfo::from_anonymous_exception(location);
-    }
-}
-
 // The log cuts long entries short, so each line is an entry of its own.
 void trace_lines(const std::string& text) {
     for (std::size_t begin = 0; begin < text.size();) {
@@ -43,12 +30,29 @@ void trace_lines(const std::string& text) {
 
 }  // namespace
 
+namespace impl {
+
+ErrorInfo::Ptr error_in_flight(const SourceLocation& location) {
+    if (!std::current_exception()) {
+        return {};
+    }
+    try {
+        throw;
+    } catch (const std::exception& exception) {
+        return ErrorInfo::from_exception(exception, location);
+    } catch (...) {
+        return ErrorInfo::from_anonymous_exception(location);
+    }
+}
+
+}  // namespace impl
+
 void create_dump_and_trace_anonymous_exception(const SourceLocation& location) noexcept {
     try {
         std::ostringstream text;
         text << "nqcore: unexpected exception caught by " << location.function().view() << " (" << location.file_path()
              << ':' << location.line() << ')';
-        if (const ErrorInfo::Ptr error = record_in_flight(location)) {
+        if (const ErrorInfo::Ptr error = impl::error_in_flight(location)) {
             text << ErrorInfo::Trace{*error, 1};
         } else {
             text << ": no exception in flight";

@@ -5,7 +5,6 @@
 #include "nqcore/monotonic_time.h"
 
 #include <cstdint>
-#include <exception>
 #include <string>
 #include <utility>
 
@@ -76,16 +75,6 @@ void SingleUseTaskBase::fail_if_not_executed() noexcept {
         return;  // no memory for the record: the derived class says less, but does say it
     }
     fail(std::move(error));
-}
-
-ErrorInfo::Ptr SingleUseTaskBase::error_in_flight() const {
-    try {
-        throw;
-    } catch (const std::exception& exception) {
-        return ErrorInfo::from_exception(exception, m_location);
-    } catch (...) {
-        return ErrorInfo::from_anonymous_exception(m_location);
-    }
 }
 
 }  // namespace impl

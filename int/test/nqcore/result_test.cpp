@@ -1,8 +1,10 @@
 #include "error_test_support.h"
 #include "nqcore/abs_rel_time.h"
 #include "nqcore/result_control.h"
+#include "nqcore/result_inner.h"
 
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <thread>
 
@@ -220,6 +222,47 @@ TEST(AsyncHandlerAdapterControl, HandsItsHandlerDown) {
     EXPECT_FALSE(AsyncHandlerAdapterControl<void>(result_ignored<void>()).is_cancelled());
     EXPECT_THAT([] { AsyncHandlerAdapterControl<void>(RefCountPtr<AsyncResult<void>>()); },
                 ThrowsError(HasMessage("Invalid 'handler' value: NULL")));
+}
+
+TEST(ResultInner, GoesOnUnlessTheOuterOperationIsCancelled) {
+    struct Outer {
+        Future<int> future;
+        RefCountPtr<AsyncResult<int>> handler = Asked<int>(result_future(future)).handler;
+    };
+    const auto pass_on = [](const Outer& outer) {
+        return result_inner<int>(outer.handler, [handler = outer.handler](int value) {
+            handler->on_async_result_success(value + 1);
+            if (value < 0) {
+                throw std::runtime_error("after the signal");
+            }
+        });
+    };
+    Outer direct;
+    (void)pass_on(direct).signal_result(1);
+    EXPECT_EQ(direct.future.get(), 2);
+
+    Outer later;
+    Asked<int>(pass_on(later)).handler->on_async_result_error(record("error.step"));
+    EXPECT_THAT(later.future.error_info(), HasCode("error.step"));
+
+    Outer redundant;
+    EXPECT_THAT([&] { (void)pass_on(redundant).signal_result(-5); },
+                ThrowsError(AllOf(HasMessage("A success callback PROBABLY allowed an exception to escape."),
+                                  HasCause(HasMessage("after the signal")))));
+
+    Outer cancelled;
+    const RefCountPtr<AsyncResult<int>> step = Asked<int>(pass_on(cancelled)).handler;
+    step->cancel(true, nullptr);
+    EXPECT_TRUE(step->cancelled());
+    step->on_async_result_success(1);
+    EXPECT_THAT(cancelled.future.error_info(), HasMessage("Operation cancelled"));
+    EXPECT_THAT(impl::ResultInnerInvokerTagBase::outer_operation_cancelled(),
+                AllOf(HasCode("error.nqcore.result.cancelled.innerOperation"),
+                      HasMessage("The outer operation was cancelled before the inner operation completed.")));
+
+    Outer throwing;
+    (void)result_inner<void>(throwing.handler, [] { throw std::out_of_range("at 7"); }).signal_result();
+    EXPECT_THAT(throwing.future.error_info(), HasMessage("at 7"));
 }
 
 }  // namespace

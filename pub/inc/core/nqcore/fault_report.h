@@ -5,9 +5,11 @@
 #pragma once
 
 #include "nqcore/config.h"
+#include "nqcore/refcounted.h"
 
 namespace nqcore {
 
+class ErrorInfo;
 class SourceLocation;
 
 /// Writes the exception in flight to the trace as an error record, with the place that caught it.
@@ -19,4 +21,12 @@ class SourceLocation;
 /// Threads  any. Call it from a `catch` block; with no exception in flight it says so.
 NQCORE_API NQCORE_COLD void create_dump_and_trace_anonymous_exception(const SourceLocation& location) noexcept;
 
+namespace impl {
+
+/// The exception in flight as a record: its own, or one that describes it. Null when there is none.
+///
+/// Threads  any. Call it from a `catch` block.
+[[nodiscard]] NQCORE_API NQCORE_COLD RefCountPtr<const ErrorInfo> error_in_flight(const SourceLocation& location);
+
+}  // namespace impl
 }  // namespace nqcore

@@ -26,6 +26,7 @@
 #include "nqcore/result_auto_signal.h"
 #include "nqcore/result_control.h"
 #include "nqcore/result_errors.h"
+#include "nqcore/result_inner.h"
 #include "nqcore/result_value.h"
 #include "nqcore/safe_cast.h"
 #include "nqcore/scheduler.h"

@@ -13,6 +13,7 @@
 #include "nqcore/async_result.h"
 #include "nqcore/config.h"
 #include "nqcore/error_info.h"
+#include "nqcore/fault_report.h"
 #include "nqcore/future.h"
 #include "nqcore/refcounted.h"
 #include "nqcore/result.h"
@@ -129,8 +130,7 @@ protected:
     [[nodiscard]] bool begun() const noexcept { return __atomic_load_n(&m_begun, __ATOMIC_ACQUIRE); }
     /// For the destructor of the derived class.
     void fail_if_not_executed() noexcept;
-    /// The exception in flight as a record.
-    [[nodiscard]] RefCountPtr<const ErrorInfo> error_in_flight() const;
+    [[nodiscard]] const SourceLocation& location() const noexcept { return m_location; }
 
 private:
     TaskExecutionOptions m_options;
@@ -166,7 +166,7 @@ protected:
                 m_outcome.set_value(m_work());
             }
         } catch (...) {
-            m_outcome.set(error_in_flight());
+            m_outcome.set(error_in_flight(location()));
         }
     }
     void fail(RefCountPtr<const ErrorInfo> error) override {
