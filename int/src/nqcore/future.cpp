@@ -3,13 +3,12 @@
 #include "nqcore/abs_rel_time.h"
 
 #include "ace_object.h"
-#include "nqcore/ace_timeout.h"
 #include "nqcore/error_composer.h"
 #include "nqcore/error_exception.h"
 #include "nqcore/fault_report.h"
+#include "platform/event.h"
 #include "source_id.h"
 
-#include <ace/Event.h>
 #include <ace/Thread_Mutex.h>
 
 #include <cerrno>
@@ -31,6 +30,14 @@ void notify(const Notification& tell) noexcept {
     }
 }
 
+// What a wait for the event has answered: false when its time ran out.
+bool happened(int result) {
+    if (result != 0 && result != platform::s_eventTimedOut) {
+        throw_errno(s_source.here("nqcore::impl::FutureImplBase::wait()"), result);
+    }
+    return result == 0;
+}
+
 }  // namespace
 
 class FutureImplBase::Lock {
@@ -50,7 +57,7 @@ FutureImplBase::FutureImplBase() { make_ace_object<ACE_Thread_Mutex>(m_mutex); }
 
 FutureImplBase::~FutureImplBase() {
     if (m_eventMade) {
-        ace_object<ACE_Event>(m_event).~ACE_Event();
+        platform::destroy_event(m_event);
     }
     m_observers.clear();
     m_error.clear();
@@ -95,7 +102,7 @@ bool FutureImplBase::become_ready(ErrorInfo::Ptr&& error, const SuccessSteps* st
 void FutureImplBase::signal_ready() noexcept {
     __atomic_store_n(&m_ready, true, __ATOMIC_RELEASE);
     if (m_eventMade) {
-        ace_object<ACE_Event>(m_event).signal();
+        platform::signal_event(m_event);
     }
 }
 
@@ -123,8 +130,8 @@ ErrorInfo::Ptr FutureImplBase::error_info() const noexcept {
 }
 
 void FutureImplBase::wait() const {
-    if (!ready_flag()) {
-        wait_on_event(nullptr, false);
+    if (!ready_flag() && make_event()) {
+        happened(platform::wait_for_event(m_event));
     }
 }
 
@@ -135,7 +142,9 @@ bool FutureImplBase::wait(const AbsoluteTime& deadline) const {
     if (deadline <= AbsoluteTime::now()) {
         return ready_flag();
     }
-    return wait_on_event(deadline.as_ace_timeout(), true);
+    return !make_event() ||
+           happened(deadline.is_infinite() ? platform::wait_for_event(m_event)
+                                           : platform::wait_for_event_until(m_event, deadline.as_nsec()));
 }
 
 bool FutureImplBase::wait(const RelativeTime& timeout) const {
@@ -145,7 +154,9 @@ bool FutureImplBase::wait(const RelativeTime& timeout) const {
     if (timeout <= RelativeTime::zero) {
         return false;
     }
-    return wait_on_event(timeout.as_ace_timeout(), false);
+    return !make_event() ||
+           happened(timeout.is_infinite() ? platform::wait_for_event(m_event)
+                                          : platform::wait_for_event_during(m_event, timeout.as_nsec()));
 }
 
 // Returns  false when the future has become ready meanwhile.
@@ -155,31 +166,18 @@ bool FutureImplBase::make_event() const {
         return false;
     }
     if (!m_eventMade) {
-        make_ace_object<ACE_Event>(m_event, 1, 0, USYNC_THREAD);  // manual reset, not signalled
+        platform::make_event(m_event);
         m_eventMade = true;
     }
     return true;
 }
 
-// Null waits without limit.
-bool FutureImplBase::wait_on_event(const ACE_Time_Value* timeout, bool absolute) const {
-    if (!make_event()) {
-        return true;
-    }
-    auto& event = ace_object<ACE_Event>(m_event);
-    if ((timeout == nullptr ? event.wait() : event.wait(timeout, absolute ? 1 : 0)) == 0) {
-        return true;
-    }
-    const int failure = errno;
-    if (failure != ETIME) {
-        throw_errno(s_source.here("nqcore::impl::FutureImplBase::wait()"), failure);
-    }
-    return false;
-}
-
+// What is ready does not change any more, and is read without the mutex, which the signaller may still hold.
 void FutureImplBase::wait_for_value() const {
     wait();
-    ErrorException::throw_if_error(error_info());
+    if (!m_error.is_null()) {
+        ErrorException::throw_if_error(m_error);
+    }
 }
 
 bool FutureImplBase::add_observer_entry(Observer observer) {

@@ -1,5 +1,6 @@
 #include "nqcore/thread_sync.h"
 
+#include "ace_longest_wait.h"
 #include "ace_object.h"
 #include "nqcore/abs_rel_time.h"
 #include "nqcore/ace_timeout.h"
@@ -12,10 +13,6 @@
 
 namespace nqcore {
 namespace {
-
-// ACE's waits on Windows count milliseconds in 32 bits, which a deadline weeks away overflows: such a wait would end at
-// once. A longer wait therefore ends early, as a wake-up without cause.
-constexpr time_t s_longestWaitSeconds = 86'400;
 
 ACE_Thread_Mutex& ace_mutex(impl::AceThreadMutexStorage& storage) noexcept {
     return impl::ace_object<ACE_Thread_Mutex>(storage);
@@ -66,7 +63,8 @@ int ThreadCondition::wait(const ACE_Time_Value* deadline) {
         errno = ETIME;
         return -1;
     }
-    const ACE_Time_Value latestEnd = now + ACE_Time_Value(s_longestWaitSeconds);
+    // A longer wait ends early, as a wake-up without cause.
+    const ACE_Time_Value latestEnd = now + ACE_Time_Value(impl::s_aceLongestWaitSeconds);
     const bool endsEarly = *deadline > latestEnd;
     ACE_Time_Value end = endsEarly ? latestEnd : *deadline;  // ACE writes to it
     const int result = ACE_OS::cond_timedwait(ace_condition(m_condition), &ace_mutex(m_mutex.m_mutex).lock(), &end);

@@ -3,6 +3,7 @@
 #include "nqcore/abs_rel_time.h"
 
 #include <atomic>
+#include <chrono>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -84,29 +85,42 @@ TEST(Future, WaitsThatCannotSucceedAnswerAtOnce) {
 }
 
 TEST(Future, WakesEveryWaiter) {
-    for (const bool infinite : {false, true}) {
+    // 2^32 + 3 ms: systems that count milliseconds in 32 bits would wake after 3 of them.
+    const RelativeTime weeks = RelativeTime::milliseconds(4'294'967'299);
+    const struct {
+        RelativeTime timeout;
+        AbsoluteTime deadline;
+    } rows[] = {
+        {RelativeTime::seconds(60), AbsoluteTime(RelativeTime::seconds(60))},
+        {weeks, AbsoluteTime(weeks)},
+        {RelativeTime::max_time, AbsoluteTime::max_time},
+        {RelativeTime::infinite, AbsoluteTime::infinite},
+    };
+    for (const auto& row : rows) {
         Future<int> future;
         std::atomic<int> waiting = 0;
         std::atomic<int> sum = 0;
         std::vector<std::thread> waiters;
-        for (int i = 0; i < 4; ++i) {
-            waiters.emplace_back([&, i] {
+        const auto wait_then_add = [&](auto wait) {
+            waiters.emplace_back([&, wait] {
                 ++waiting;
-                if (infinite     ? (future.wait(), true)
-                    : i % 2 == 0 ? future.wait(RelativeTime::seconds(60))
-                                 : future.wait(AbsoluteTime(RelativeTime::seconds(60)))) {
+                if (wait()) {
                     sum += future.get();
                 }
             });
-        }
-        while (waiting < 4) {
+        };
+        wait_then_add([&] { return future.wait(), true; });
+        wait_then_add([&] { return future.wait(row.timeout); });
+        wait_then_add([&] { return future.wait(row.deadline); });
+        while (waiting < 3) {
             std::this_thread::yield();
         }
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
         future.set_value(3);
         for (std::thread& waiter : waiters) {
             waiter.join();
         }
-        EXPECT_EQ(sum, 12);
+        EXPECT_EQ(sum, 9) << row.timeout.as_nsec();
     }
 }
 

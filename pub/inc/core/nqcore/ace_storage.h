@@ -1,4 +1,4 @@
-// Room for an ACE object inside a public class, so that the class's header need not include ACE.
+// Room for an ACE object, or one of the system's, inside a public class, so that the class's header need not name it.
 #pragma once
 
 #include "nqcore/config.h"
@@ -12,7 +12,11 @@ struct AceStorage {
 };
 
 using AceThreadMutexStorage = AceStorage<NQCORE_ACE_THREAD_MUTEX_BYTES>;
-using AceEventStorage = AceStorage<NQCORE_ACE_EVENT_BYTES>;
 using AceConditionStorage = AceStorage<NQCORE_ACE_CONDITION_BYTES>;
+
+/// An event as the system has it: ACE's on Windows, elsewhere a word that threads sleep on.
+struct EventStorage {
+    alignas(int) unsigned char bytes[NQCORE_EVENT_BYTES];
+};
 
 }  // namespace nqcore::impl

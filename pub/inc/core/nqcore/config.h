@@ -23,15 +23,15 @@
 #    define NQCORE_TEMPLATE_API NQCORE_API
 #endif
 
-// Bytes of the ACE objects that public classes hold by value without including ACE; the sources check them.
+// Bytes of the system's and ACE's objects that public classes hold by value without naming them; the sources check them.
 #if defined(_WIN32)
 #    define NQCORE_ACE_THREAD_MUTEX_BYTES 28
-#    define NQCORE_ACE_EVENT_BYTES 12
 #    define NQCORE_ACE_CONDITION_BYTES 40
+#    define NQCORE_EVENT_BYTES 12
 #else
 #    define NQCORE_ACE_THREAD_MUTEX_BYTES 48
-#    define NQCORE_ACE_EVENT_BYTES 32
 #    define NQCORE_ACE_CONDITION_BYTES 48
+#    define NQCORE_EVENT_BYTES 4
 #endif
 
 // Marks failure paths: kept out of line and away from the hot code.

@@ -20,8 +20,6 @@
 #include <new>
 #include <type_traits>
 
-class ACE_Time_Value;
-
 namespace nqcore {
 
 class AbsoluteTime;
@@ -139,7 +137,6 @@ private:
     class Lock;
 
     bool become_ready(RefCountPtr<const ErrorInfo>&& error, const SuccessSteps* steps, void* value);
-    bool wait_on_event(const ACE_Time_Value* timeout, bool absolute) const;
     bool make_event() const;
 
     mutable AceThreadMutexStorage m_mutex;
@@ -147,7 +144,7 @@ private:
     mutable bool m_eventMade = false;
     RefCountPtr<const ErrorInfo> m_error;
     ThinVector<Observer> m_observers;
-    mutable AceEventStorage m_event;  // made by the first waiter that has to block
+    mutable EventStorage m_event;  // made by the first waiter that has to block
 };
 
 /// The shared state of a `Future<T>`.
