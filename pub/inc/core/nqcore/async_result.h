@@ -108,55 +108,57 @@ class AsyncResultError;
 template <class T>
 class AsyncResultFuture;
 
-/// Drops every signal.
+/// What the kinds have in common that drop every signal.
 template <class T>
-class NQCORE_TEMPLATE_API AsyncResultIgnoredBase : public AsyncResult<T> {
+class NQCORE_TEMPLATE_API AsyncResultDropping : public AsyncResult<T> {
+public:
+    void cancel(bool, const RefCountPtr<const ErrorInfo>&) const override {}
+    [[nodiscard]] bool ignored() const override { return true; }
+    [[nodiscard]] Result<T> get_result() override { return {}; }
+
+protected:
+    using AsyncResult<T>::AsyncResult;
+    void async_error_impl(const RefCountPtr<const ErrorInfo>&) override {}
+};
+
+/// The caller does not want to know.
+template <class T>
+class NQCORE_TEMPLATE_API AsyncResultIgnoredBase : public AsyncResultDropping<T> {
 public:
     [[nodiscard]] static RefCountPtr<AsyncResult<T>> create(const ResultControlBase& control) {
         return RefCountPtr<AsyncResult<T>>(new AsyncResultIgnored<T>(control));
     }
-    void cancel(bool, const RefCountPtr<const ErrorInfo>&) const override {}
-    [[nodiscard]] bool ignored() const override { return true; }
     [[nodiscard]] bool cancelled() const override { return false; }
-    [[nodiscard]] Result<T> get_result() override { return {}; }
 
 protected:
-    using AsyncResult<T>::AsyncResult;
-    void async_error_impl(const RefCountPtr<const ErrorInfo>&) override {}
+    using AsyncResultDropping<T>::AsyncResultDropping;
 };
 
-/// Drops every signal; the operation need not even start.
+/// The operation need not even start.
 template <class T>
-class NQCORE_TEMPLATE_API AsyncResultCancelledBase : public AsyncResult<T> {
+class NQCORE_TEMPLATE_API AsyncResultCancelledBase : public AsyncResultDropping<T> {
 public:
     [[nodiscard]] static RefCountPtr<AsyncResult<T>> create(const ResultControlBase& control) {
         return RefCountPtr<AsyncResult<T>>(new AsyncResultCancelled<T>(control));
     }
-    void cancel(bool, const RefCountPtr<const ErrorInfo>&) const override {}
-    [[nodiscard]] bool ignored() const override { return true; }
     [[nodiscard]] bool cancelled() const override { return true; }
-    [[nodiscard]] Result<T> get_result() override { return {}; }
 
 protected:
-    using AsyncResult<T>::AsyncResult;
-    void async_error_impl(const RefCountPtr<const ErrorInfo>&) override {}
+    using AsyncResultDropping<T>::AsyncResultDropping;
 };
 
-/// Drops every signal; its result says that the caller did not allow an asynchronous answer.
+/// The result says that the caller did not allow an asynchronous answer.
 template <class T>
-class NQCORE_TEMPLATE_API AsyncResultErrorBase : public AsyncResult<T> {
+class NQCORE_TEMPLATE_API AsyncResultErrorBase : public AsyncResultDropping<T> {
 public:
     [[nodiscard]] static RefCountPtr<AsyncResult<T>> create(const ResultControlBase& control) {
         return RefCountPtr<AsyncResult<T>>(new AsyncResultError<T>(control));
     }
-    void cancel(bool, const RefCountPtr<const ErrorInfo>&) const override {}
-    [[nodiscard]] bool ignored() const override { return true; }
     [[nodiscard]] bool cancelled() const override { return true; }
     [[nodiscard]] Result<T> get_result() override { return failed_result<T>(create_unexpected_asynchrony_error()); }
 
 protected:
-    using AsyncResult<T>::AsyncResult;
-    void async_error_impl(const RefCountPtr<const ErrorInfo>&) override {}
+    using AsyncResultDropping<T>::AsyncResultDropping;
 };
 
 /// A signal that found its future ready: silent when the future was cancelled, else a redundant-signal error with
@@ -206,55 +208,38 @@ protected:
 
 // What each kind does with success.
 
-template <class T>
-class NQCORE_TEMPLATE_API AsyncResultIgnored final : public AsyncResultIgnoredBase<T> {
-public:
-    explicit AsyncResultIgnored(const ResultControlBase& control) : AsyncResultIgnoredBase<T>(control) {}
-
+template <class T, class Base>
+class NQCORE_TEMPLATE_API AsyncResultDropsSuccess : public Base {
 protected:
+    using Base::Base;
     void async_success_impl(T&&) override {}
 };
-template <>
-class NQCORE_TEMPLATE_API AsyncResultIgnored<void> final : public AsyncResultIgnoredBase<void> {
-public:
-    explicit AsyncResultIgnored(const ResultControlBase& control) : AsyncResultIgnoredBase<void>(control) {}
-
+template <class Base>
+class NQCORE_TEMPLATE_API AsyncResultDropsSuccess<void, Base> : public Base {
 protected:
+    using Base::Base;
     void async_success_impl() override {}
 };
 
 template <class T>
-class NQCORE_TEMPLATE_API AsyncResultCancelled final : public AsyncResultCancelledBase<T> {
+class NQCORE_TEMPLATE_API AsyncResultIgnored final : public AsyncResultDropsSuccess<T, AsyncResultIgnoredBase<T>> {
 public:
-    explicit AsyncResultCancelled(const ResultControlBase& control) : AsyncResultCancelledBase<T>(control) {}
-
-protected:
-    void async_success_impl(T&&) override {}
-};
-template <>
-class NQCORE_TEMPLATE_API AsyncResultCancelled<void> final : public AsyncResultCancelledBase<void> {
-public:
-    explicit AsyncResultCancelled(const ResultControlBase& control) : AsyncResultCancelledBase<void>(control) {}
-
-protected:
-    void async_success_impl() override {}
+    explicit AsyncResultIgnored(const ResultControlBase& control)
+        : AsyncResultDropsSuccess<T, AsyncResultIgnoredBase<T>>(control) {}
 };
 
 template <class T>
-class NQCORE_TEMPLATE_API AsyncResultError final : public AsyncResultErrorBase<T> {
+class NQCORE_TEMPLATE_API AsyncResultCancelled final : public AsyncResultDropsSuccess<T, AsyncResultCancelledBase<T>> {
 public:
-    explicit AsyncResultError(const ResultControlBase& control) : AsyncResultErrorBase<T>(control) {}
-
-protected:
-    void async_success_impl(T&&) override {}
+    explicit AsyncResultCancelled(const ResultControlBase& control)
+        : AsyncResultDropsSuccess<T, AsyncResultCancelledBase<T>>(control) {}
 };
-template <>
-class NQCORE_TEMPLATE_API AsyncResultError<void> final : public AsyncResultErrorBase<void> {
-public:
-    explicit AsyncResultError(const ResultControlBase& control) : AsyncResultErrorBase<void>(control) {}
 
-protected:
-    void async_success_impl() override {}
+template <class T>
+class NQCORE_TEMPLATE_API AsyncResultError final : public AsyncResultDropsSuccess<T, AsyncResultErrorBase<T>> {
+public:
+    explicit AsyncResultError(const ResultControlBase& control)
+        : AsyncResultDropsSuccess<T, AsyncResultErrorBase<T>>(control) {}
 };
 
 template <class T>
@@ -294,6 +279,11 @@ public:
     [[nodiscard]] bool is_ignored() const override { return true; }
     [[nodiscard]] bool is_cancelled() const override { return m_handler->cancelled(); }
     [[nodiscard]] RefCountPtr<AsyncResult<T>> create_async_handler() override { return m_handler; }
+    /// Signals the handler; the result is empty.
+    Result<T> signal_error(const RefCountPtr<const ErrorInfo>& error) override {
+        m_handler->on_async_result_error(error);
+        return {};
+    }
 
     /// The adapted handler.
     operator const RefCountPtr<AsyncResult<T>>&() const noexcept { return m_handler; }
@@ -331,10 +321,6 @@ public:
         this->m_handler->async_success_impl(static_cast<T&&>(value));
         return {};
     }
-    Result<T> signal_error(const RefCountPtr<const ErrorInfo>& error) override {
-        this->m_handler->on_async_result_error(error);
-        return {};
-    }
 };
 template <>
 class NQCORE_TEMPLATE_API AsyncHandlerAdapterControl<void> final : public impl::AsyncHandlerAdapterControlBase<void> {
@@ -351,10 +337,6 @@ public:
     Result<void> signal_result() override {
         this->m_handler->validate_signal_scope();
         this->m_handler->async_success_impl();
-        return {};
-    }
-    Result<void> signal_error(const RefCountPtr<const ErrorInfo>& error) override {
-        this->m_handler->on_async_result_error(error);
         return {};
     }
 };
