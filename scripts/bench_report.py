@@ -40,14 +40,24 @@ def read_budgets():
     return {words[0]: float(words[1]) for words in lines if len(words) == 2}
 
 
+def budget_name(key, peer):
+    family, operation, size = key
+    return "/".join(filter(None, (family, operation, peer, size)))
+
+
 def ratios(medians, budgets):
     """Rows (key, peer, peer's ns, our ns, ratio, budget or None)."""
     for key, row in medians.items():
         for peer, time in row.items():
             if peer != OURS and OURS in row:
-                family, operation, size = key
-                budget = budgets.get("/".join(filter(None, (family, operation, peer, size))))
-                yield key, peer, time, row[OURS], time / row[OURS], budget
+                yield key, peer, time, row[OURS], time / row[OURS], budgets.get(budget_name(key, peer))
+
+
+def unmeasured(rows, budgets):
+    """The budgets of the measured families that no benchmark answers to."""
+    measured = {budget_name(key, peer) for key, peer, *_ in rows}
+    families = {key[0] for key, *_ in rows}
+    return [name for name in budgets if name.split("/")[0] in families and name not in measured]
 
 
 def print_table(rows):
@@ -81,12 +91,15 @@ def write_report(file, medians):
 def main():
     report = pathlib.Path(sys.argv[1])
     medians = read_medians([report.parent / "results" / name for name in sys.argv[2:]])
-    rows = list(ratios(medians, read_budgets()))
+    budgets = read_budgets()
+    rows = list(ratios(medians, budgets))
     print_table(rows)
+    for name in unmeasured(rows, budgets):
+        print(f"no benchmark for the budget of {name}")
     below = sum(budget is not None and ratio < budget for *_, ratio, budget in rows)
     print(f"{len(rows)} ratios, {below} below their budget")
     write_report(report, medians)
-    return 0
+    return 1 if unmeasured(rows, budgets) else 0
 
 
 if __name__ == "__main__":

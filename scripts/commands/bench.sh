@@ -21,6 +21,7 @@ for family in "${families[@]}"; do
         --benchmark_enable_random_interleaving=true --benchmark_repetitions=7 --benchmark_min_time=0.05 \
         --benchmark_out="$results/$family.json" --benchmark_out_format=json
 done
-python3 "$root/scripts/bench_report.py" "$root/build/bench/report.html" "${families[@]/%/.json}"
+python3 "$root/scripts/bench_report.py" "$root/build/bench/report.html" "${families[@]/%/.json}" ||
+    die "not every budget is measured"
 note "charts: build/bench/report.html"
 finish

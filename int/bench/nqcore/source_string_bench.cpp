@@ -1,7 +1,8 @@
-// Source strings against the standard string (which copies) and a shared pointer to one (which counts, too).
+// Source strings against the standard string (which copies), a shared pointer to one and QString (which count, too).
 #include "nqcore/source_string.h"
 
 #include <benchmark/benchmark.h>
+#include <QString>
 #include <memory>
 #include <string>
 
@@ -43,9 +44,18 @@ void copy_shared_std(benchmark::State& state) {
     }
 }
 
+void copy_dynamic_qt(benchmark::State& state) {
+    const QString original = QString::fromUtf8(s_text);
+    for (auto _ : state) {
+        QString copy(original);
+        benchmark::DoNotOptimize(copy);
+    }
+}
+
 BENCHMARK(wrap_literal)->Name("source_string/wrap_literal/nqcore/25");
 BENCHMARK(wrap_literal_std)->Name("source_string/wrap_literal/std/25");
 BENCHMARK(copy_dynamic)->Name("source_string/copy_dynamic/nqcore/25");
 BENCHMARK(copy_shared_std)->Name("source_string/copy_dynamic/std/25");
+BENCHMARK(copy_dynamic_qt)->Name("source_string/copy_dynamic/QString/25");
 
 }  // namespace
