@@ -4,22 +4,10 @@
 #include "nqcore/result_control.h"
 #include "source_id.h"
 
-#include <new>
-
 namespace nqcore {
 namespace {
 
 constexpr SourceId s_source("$Id: //nqcore/int/src/nqcore/result.cpp#1 $");
-
-// Made while memory can be had: a waiter must be woken also when it cannot.
-ErrorInfo::Ptr not_signaled_error_in_reserve() noexcept {
-    try {
-        return impl::create_result_not_signaled_error();
-    } catch (...) {
-        return {};
-    }
-}
-const ErrorInfo::Ptr s_notSignaled = not_signaled_error_in_reserve();
 
 }  // namespace
 
@@ -44,16 +32,9 @@ void refuse_redundant_signal(const FutureImplBase& future, const ErrorInfo::Ptr&
 }
 
 void signal_abandoned_future(FutureImplBase& future) noexcept {
-    if (future.is_ready()) {
-        return;
+    if (!future.is_ready()) {
+        future.set(create_result_not_signaled_error_nothrow());
     }
-    ErrorInfo::Ptr error;
-    try {
-        error = create_result_not_signaled_error();
-    } catch (...) {
-        error = s_notSignaled;
-    }
-    future.set(std::move(error));
 }
 
 void raise_null_handler_error() {

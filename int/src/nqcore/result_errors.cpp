@@ -20,6 +20,16 @@ std::string_view measured(const char* name, unsigned length) noexcept {
     return length == SourceString::npos ? std::string_view(name) : std::string_view(name, length);
 }
 
+// Made while memory can be had.
+ErrorInfo::Ptr not_signaled_error_in_reserve() noexcept {
+    try {
+        return create_result_not_signaled_error();
+    } catch (...) {
+        return {};
+    }
+}
+const ErrorInfo::Ptr s_notSignaled = not_signaled_error_in_reserve();
+
 }  // namespace
 
 void raise_not_waitable_error() {
@@ -59,6 +69,14 @@ ErrorInfo::Ptr create_result_not_signaled_error() {
     return ErrorInfo::create(error::nqcore_result_notSignaled,
                              "An asynchronous result handler is being destroyed but the result has not been signaled.",
                              s_source.here("nqcore::impl::create_result_not_signaled_error()"));
+}
+
+ErrorInfo::Ptr create_result_not_signaled_error_nothrow() noexcept {
+    try {
+        return create_result_not_signaled_error();
+    } catch (...) {
+        return s_notSignaled;
+    }
 }
 
 ErrorInfo::Ptr create_unexpected_asynchrony_error() {

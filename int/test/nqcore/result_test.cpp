@@ -1,8 +1,10 @@
 #include "error_test_support.h"
 #include "nqcore/abs_rel_time.h"
+#include "nqcore/result_callback.h"
 #include "nqcore/result_control.h"
 #include "nqcore/result_inner.h"
 
+#include <functional>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -263,6 +265,104 @@ TEST(ResultInner, GoesOnUnlessTheOuterOperationIsCancelled) {
     Outer throwing;
     (void)result_inner<void>(throwing.handler, [] { throw std::out_of_range("at 7"); }).signal_result();
     EXPECT_THAT(throwing.future.error_info(), HasMessage("at 7"));
+}
+
+struct Called {
+    auto control() {
+        return result_callback<int>(
+            [this](int value) {
+                note(std::to_string(value));
+                if (value < 0) {
+                    throw std::runtime_error("from the callback");
+                }
+            },
+            [this](const ErrorInfo::Ptr& error) { note(error->code().value().as_string()); });
+    }
+    void note(const std::string& text) { log += log.empty() ? text : "; " + text; }
+
+    std::string log;
+};
+
+TEST(ResultCallback, CallsOnce) {
+    using Handler = RefCountPtr<AsyncResult<int>>;
+    const auto success = [](int value) {
+        return [value](Handler& handler) { handler->on_async_result_success(value); };
+    };
+    const auto error = [](Handler& handler) { handler->on_async_result_error(record("error.step")); };
+    const auto cancel = [](Handler& handler) { handler->cancel(true, record("error.why")); };
+    const auto drop = [](Handler& handler) { handler.clear(); };
+    constexpr char s_again[] = "A result which had already been signaled, was signaled again.";
+    struct {
+        std::function<void(Handler&)> first;
+        std::function<void(Handler&)> second;
+        const char* log;
+        const char* refusal;
+    } const rows[] = {
+        {success(1), drop, "1", nullptr},
+        {success(1), success(2), "1", s_again},
+        {success(1), error, "1", s_again},
+        {success(1), cancel, "1", nullptr},
+        {error, drop, "error.step", nullptr},
+        {error, success(2), "error.step", s_again},
+        {error, error, "error.step", s_again},
+        {cancel, success(1), "error.nqcore.result.cancelled", nullptr},
+        {cancel, error, "error.nqcore.result.cancelled", nullptr},
+        {cancel, cancel, "error.nqcore.result.cancelled", nullptr},
+        {success(-1), error, "-1", "A success callback PROBABLY allowed an exception to escape."},
+        {success(-1), success(2), "-1", s_again},
+        {success(-1), drop, "-1", nullptr},
+        {[](Handler&) {}, drop, "error.nqcore.result.notSignaled", nullptr},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(&row - rows);
+        Called called;
+        Handler handler = Asked<int>(called.control()).handler;
+        const bool throws = std::string_view(row.log) == "-1";
+        if (throws) {
+            EXPECT_THROW(row.first(handler), std::runtime_error);
+        } else {
+            row.first(handler);
+        }
+        EXPECT_EQ(handler->cancelled(), std::string_view(row.log) == "error.nqcore.result.cancelled");
+        if (row.refusal != nullptr) {
+            EXPECT_THAT([&] { row.second(handler); }, ThrowsError(HasMessage(row.refusal)));
+        } else {
+            row.second(handler);
+        }
+        handler.clear();
+        EXPECT_EQ(called.log, row.log);
+    }
+}
+
+TEST(ResultCallback, AnswersInsideTheCall) {
+    Called called;
+    auto control = called.control();
+    EXPECT_FALSE(control.is_cancelled());
+    EXPECT_THAT([&] { (void)control.signal_error(nullptr); }, ThrowsError(HasMessage("Null ErrorInfo pointer")));
+    EXPECT_FALSE(control.signal_result(3).is_waitable());
+    EXPECT_THAT([&] { (void)control.signal_error(record("error.late")); },
+                ThrowsError(AllOf(HasCode("error.nqcore.result.redundantSignal"), HasCause(HasCode("error.late")))));
+    EXPECT_EQ(called.log, "3");
+
+    bool done = false;
+    (void)result_callback<void>([&] { done = true; }, [](const ErrorInfo::Ptr&) {}).signal_result();
+    EXPECT_TRUE(done);
+}
+
+// Nobody can be given what the callback throws while a handler is dropped or cancelled.
+TEST(ResultCallback, LastCallsMayThrow) {
+    int calls = 0;
+    const auto make = [&] {
+        return Asked<void>(result_callback<void>([] {},
+                                                 [&](const ErrorInfo::Ptr&) {
+                                                     ++calls;
+                                                     throw std::runtime_error("from the error callback");
+                                                 }))
+            .handler;
+    };
+    make().clear();
+    make()->cancel(false, nullptr);
+    EXPECT_EQ(calls, 2);
 }
 
 }  // namespace

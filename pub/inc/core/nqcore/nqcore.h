@@ -24,6 +24,7 @@
 #include "nqcore/refcounted.h"
 #include "nqcore/result.h"
 #include "nqcore/result_auto_signal.h"
+#include "nqcore/result_callback.h"
 #include "nqcore/result_control.h"
 #include "nqcore/result_errors.h"
 #include "nqcore/result_inner.h"

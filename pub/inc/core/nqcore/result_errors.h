@@ -39,6 +39,8 @@ namespace impl {
 [[nodiscard]] NQCORE_API RefCountPtr<const ErrorInfo> create_result_cancel_error(
     const RefCountPtr<const ErrorInfo>& cause);
 [[nodiscard]] NQCORE_API RefCountPtr<const ErrorInfo> create_result_not_signaled_error();
+/// The same; when memory is exhausted a record that is kept for this: a waiter must be woken then, too.
+[[nodiscard]] NQCORE_API RefCountPtr<const ErrorInfo> create_result_not_signaled_error_nothrow() noexcept;
 [[nodiscard]] NQCORE_API RefCountPtr<const ErrorInfo> create_unexpected_asynchrony_error();
 
 }  // namespace impl
