@@ -1,12 +1,14 @@
 // Futures against std::promise and ACE_Future.
 #include "nqcore/abs_rel_time.h"
 #include "nqcore/future.h"
+#include "nqcore/result_control.h"
 
 #include <ace/Future.h>
 #include <benchmark/benchmark.h>
 
 #include <chrono>
 #include <future>
+#include <memory>
 #include <thread>
 #include <vector>
 
@@ -62,6 +64,39 @@ void past_std(benchmark::State& state) {
     }
 }
 
+// An operation that keeps its handler and answers after it has returned.
+nqcore::Result<int> begin(nqcore::ResultControl<int>&& control, nqcore::RefCountPtr<nqcore::AsyncResult<int>>& kept) {
+    kept = control.create_async_handler();
+    return kept->get_result();
+}
+
+void operation_nqcore(benchmark::State& state) {
+    nqcore::RefCountPtr<nqcore::AsyncResult<int>> handler;
+    for (auto _ : state) {
+        const nqcore::Result<int> result = begin(nqcore::result_direct_if_synchronous<int>(), handler);
+        handler->on_async_result_success(1);
+        handler.clear();
+        int value = result.get();
+        benchmark::DoNotOptimize(&value);
+    }
+}
+
+std::future<int> begin_std(std::shared_ptr<std::promise<int>>& kept) {
+    kept = std::make_shared<std::promise<int>>();
+    return kept->get_future();
+}
+
+void operation_std(benchmark::State& state) {
+    std::shared_ptr<std::promise<int>> promise;
+    for (auto _ : state) {
+        std::future<int> result = begin_std(promise);
+        promise->set_value(1);
+        promise.reset();
+        int value = result.get();
+        benchmark::DoNotOptimize(&value);
+    }
+}
+
 // One thread signals what the other waits for, in turns.
 struct NqcoreCell {
     Future<int> future;
@@ -100,6 +135,8 @@ void hand_off(benchmark::State& state) {
 BENCHMARK(once_nqcore)->Name("future/make_set_get/nqcore/int");
 BENCHMARK(once_std)->Name("future/make_set_get/std/int");
 BENCHMARK(once_ace)->Name("future/make_set_get/ACE/int");
+BENCHMARK(operation_nqcore)->Name("future/operation/nqcore/int");
+BENCHMARK(operation_std)->Name("future/operation/std/int");
 BENCHMARK(past_nqcore)->Name("future/past_deadline/nqcore/pending");
 BENCHMARK(past_std)->Name("future/past_deadline/std/pending");
 BENCHMARK(hand_off<NqcoreCell>)->Name("future/hand_off/nqcore/400")->UseRealTime();
