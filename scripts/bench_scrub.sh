@@ -1,6 +1,7 @@
 #!/bin/bash
-# bench_scrub.sh [NQ]: `nq scrub` against a perl that does the same, on 1 MiB (programs started and all) and on 64 MiB of
-# an ASCII application log; prints times and ratios. NQ: the program (default: the linux tree's). The budget is 20.
+# bench_scrub.sh [NQ]: `nq scrub` against a perl that does the same, on 1 MiB (programs started and all) and on 64 MiB
+# of an ASCII application log, and with two jobs against itself; prints times and ratios. NQ: the program (default: the
+# linux tree's). The budget against perl is 20.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 nq=${1:-build/linux/bin/nq}
@@ -26,6 +27,7 @@ perl -e '
 for _ in {1..64}; do cat "$folder/1.log"; done > "$folder/64.log"
 
 ours() { "$nq" scrub --quiet "$1" > "$2"; }
+ours_with_two_jobs() { "$nq" scrub --quiet --jobs 2 "$1" > "$2"; }
 perls() { perl scripts/bench_scrub.pl < "$1" > "$2"; }
 microseconds() {
     local begin=${EPOCHREALTIME/./}
@@ -37,18 +39,23 @@ ours "$folder/1.log" "$folder/ours"
 perls "$folder/1.log" "$folder/perls"
 cmp "$folder/ours" "$folder/perls" || { echo "the two do not do the same"; exit 1; }
 
-# Interleaved, the median of each: a slow moment of the machine falls on both.
-for size in 1 64; do
-    runs=$((size == 1 ? 21 : 5))
+# compare SIZE RUNS OURS THEIRS NAME: two functions on SIZE MiB. Interleaved, the median of each: a slow moment of the
+# machine falls on both.
+compare() {
+    local size=$1 runs=$2 run
     : > "$folder/t.ours"
-    : > "$folder/t.perls"
+    : > "$folder/t.theirs"
     for ((run = 0; run < runs; ++run)); do
-        microseconds ours "$folder/$size.log" /dev/null >> "$folder/t.ours"
-        microseconds perls "$folder/$size.log" /dev/null >> "$folder/t.perls"
+        microseconds "$3" "$folder/$size.log" /dev/null >> "$folder/t.ours"
+        microseconds "$4" "$folder/$size.log" /dev/null >> "$folder/t.theirs"
     done
-    a=$(sort -n "$folder/t.ours" | sed -n "$((runs / 2 + 1))p")
-    b=$(sort -n "$folder/t.perls" | sed -n "$((runs / 2 + 1))p")
-    awk -v size="$size" -v a="$a" -v b="$b" 'BEGIN {
-        printf "%2d MiB: nq %.2f ms (%.0f MiB/s), perl %.1f ms (%.0f MiB/s), ratio %.1f\n",
-            size, a / 1e3, size * 1e6 / a, b / 1e3, size * 1e6 / b, b / a }'
-done
+    awk -v size="$size" -v names="$5" -v a="$(median ours)" -v b="$(median theirs)" 'BEGIN {
+        split(names, name, ",")
+        printf "%2d MiB: %s %.2f ms (%.0f MiB/s), %s %.2f ms (%.0f MiB/s), ratio %.2f\n",
+            size, name[1], a / 1e3, size * 1e6 / a, name[2], b / 1e3, size * 1e6 / b, b / a }'
+}
+median() { sort -n "$folder/t.$1" | awk '{ time[NR] = $1 } END { print time[int((NR + 1) / 2)] }'; }
+
+compare 1 21 ours perls "nq,perl"
+compare 64 5 ours perls "nq,perl"
+compare 64 15 ours_with_two_jobs ours "nq with 2 jobs,with 1"

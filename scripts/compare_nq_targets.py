@@ -10,6 +10,7 @@ import os
 import pathlib
 import random
 import re
+import select
 import subprocess
 import sys
 import tempfile
@@ -75,6 +76,13 @@ CASES = [
     (0, ["scrub", "random.log"], b""),
     (0, ["scrub", "long.txt"], b""),
     (0, ["scrub", "-q", "random.log", "-o", "clean.out"], b""),
+    (0, ["scrub", "--jobs", "2", "random.log", "-", "long.txt"], CARD * 1000),
+    (0, ["scrub", "--jobs", "7", "--json", "long.txt", "empty.txt", "random.bin"], b""),
+    (0, ["scrub", "-q", "-j", "3", "random.log", "-o", "clean.out"], b""),
+    (0, ["scrub", "--jobs", "0"], CARD * 10_000),
+    (1, ["scrub", "--jobs", "4", "random.log", "missing.log", "long.txt"], b""),
+    (2, ["scrub", "--jobs", "257"], b""),
+    (2, ["scrub", "--brief", "--jobs", "two"], b""),
     (1, ["scrub", "missing.log"], b""),
     (1, ["scrub", "--brief", "miss\u00e9 \U0001f600.log"], b""),
     (1, ["scrub", "folder"], b""),
@@ -116,18 +124,40 @@ def run(program, arguments, folder, **streams):
     return result.returncode, result.stdout, result.stderr
 
 
-def to_full_device(program, folder):
+def to_full_device(program, folder, jobs):
     with open("/dev/full", "wb") as full:
-        return run(program, ["scrub", "--brief", "random.log"], folder, stdout=full, stderr=subprocess.PIPE,
-                   stdin=subprocess.DEVNULL)
+        return run(program, ["scrub", "--brief", "--jobs", jobs, "random.log"], folder, stdout=full,
+                   stderr=subprocess.PIPE, stdin=subprocess.DEVNULL)
 
 
-def to_closed_pipe(program, folder):
+def to_closed_pipe(program, folder, jobs):
     read_end, write_end = os.pipe()
     os.close(read_end)
     with open(write_end, "wb") as pipe:
-        return run(program, ["scrub", "--brief", "random.log"], folder, stdout=pipe, stderr=subprocess.PIPE,
-                   stdin=subprocess.DEVNULL)
+        return run(program, ["scrub", "--brief", "--jobs", jobs, "random.log"], folder, stdout=pipe,
+                   stderr=subprocess.PIPE, stdin=subprocess.DEVNULL)
+
+
+def following(program, folder, jobs):
+    """Each line of a log that is still being written must come out before the next one goes in."""
+    process = subprocess.Popen([*program, "scrub", "--quiet", "--jobs", jobs], cwd=folder, bufsize=0,
+                               stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+    out = b""
+    for text in (b"one\n", b"two\nthr", b"ee\n"):
+        process.stdin.write(text)
+        if not select.select([process.stdout], [], [], 20)[0]:
+            out += b"(nothing came)"
+            break
+        out += process.stdout.read(1000)
+    rest, err = process.communicate(timeout=20)
+    return process.returncode, out + rest, err
+
+
+STREAMS = [
+    ("> /dev/full", 1, to_full_device),
+    ("> closed pipe", 1, to_closed_pipe),
+    ("following a log", 0, following),
+]
 
 
 def shown(answer):
@@ -167,9 +197,11 @@ def main():
                 if made.read_bytes() != second or not second:
                     differences += 1
                     print(f"nq {' '.join(arguments)}: different files")
-        compare("nq scrub > /dev/full", 1, [to_full_device(program, folder) for program in (linux, win32)])
-        compare("nq scrub > closed pipe", 1, [to_closed_pipe(program, folder) for program in (linux, win32)])
-    print(f"{len(CASES) + 2} runs on both targets, {differences} differences")
+        for title, expected, work in STREAMS:
+            for jobs in ("1", "3"):
+                compare(f"nq scrub --jobs {jobs} {title}", expected,
+                        [work(program, folder, jobs) for program in (linux, win32)])
+    print(f"{len(CASES) + 2 * len(STREAMS)} runs on both targets, {differences} differences")
     return 1 if differences else 0
 
 

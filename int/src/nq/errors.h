@@ -22,6 +22,7 @@ inline constexpr nqcore::ErrorCode input("error.nq.input");  ///< cannot open or
 inline constexpr nqcore::ErrorCode input_lineTooLong("error.nq.input.lineTooLong");
 inline constexpr nqcore::ErrorCode output("error.nq.output");  ///< cannot open or write
 inline constexpr nqcore::ErrorCode text("error.nq.text");      ///< text that is not what it should be
+inline constexpr nqcore::ErrorCode work("error.nq.work");      ///< threads that do not do what they should
 
 }  // namespace error
 

@@ -42,6 +42,8 @@ std::size_t Input::read(char* buffer, std::size_t capacity) {
     return count;
 }
 
+bool Input::is_ready_within(int milliseconds) { return platform::is_readable_within(m_file, milliseconds); }
+
 bool LineReader::next(std::string_view& line) {
     std::size_t end = m_buffer.find('\n', m_begin);
     while (end == m_buffer.npos && read_more()) {

@@ -18,6 +18,10 @@ public:
     ///
     /// Returns  bytes read; 0 at the end.
     [[nodiscard]] virtual std::size_t read(char* buffer, std::size_t capacity) = 0;
+    /// Waits until `read` would not wait, but no longer than told. For sources that may wait.
+    ///
+    /// Returns  true when it would not: there are bytes, or it is the end or a failure.
+    [[nodiscard]] virtual bool is_ready_within([[maybe_unused]] int milliseconds) { return true; }
 };
 
 /// A file, or standard input for the name "-".
@@ -31,6 +35,7 @@ public:
     ~Input() override;
 
     [[nodiscard]] std::size_t read(char* buffer, std::size_t capacity) override;
+    [[nodiscard]] bool is_ready_within(int milliseconds) override;
 
     /// For people: "'path'" or "standard input".
     [[nodiscard]] const std::string& name() const noexcept { return m_name; }

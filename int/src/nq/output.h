@@ -2,6 +2,7 @@
 #pragma once
 
 #include "platform/file.h"
+#include "platform/process.h"
 
 #include <string>
 #include <string_view>
@@ -30,6 +31,7 @@ public:
 
     [[nodiscard]] const std::string& name() const noexcept { return m_name; }
     [[nodiscard]] platform::FileIdentity identity() const noexcept { return platform::identity_of(m_file); }
+    [[nodiscard]] bool is_terminal() const noexcept { return platform::is_terminal(m_file); }
 
 private:
     void write_through(std::string_view bytes);

@@ -1,6 +1,7 @@
 #include "scrubber.h"
 
 #include "chunk_reader.h"
+#include "tool_test_support.h"
 
 #include <gtest/gtest.h>
 
@@ -15,22 +16,7 @@
 
 namespace {
 
-// Gives a text in pieces of a few bytes.
-class TextSource final : public nq::ByteSource {
-public:
-    explicit TextSource(std::string_view text, std::size_t mostAtOnce = 1u << 20)
-        : m_text(text), m_mostAtOnce(mostAtOnce) {}
-    std::size_t read(char* buffer, std::size_t capacity) override {
-        const std::size_t count = std::min({capacity, m_mostAtOnce, m_text.size()});
-        m_text.copy(buffer, count);
-        m_text.remove_prefix(count);
-        return count;
-    }
-
-private:
-    std::string_view m_text;
-    std::size_t m_mostAtOnce;
-};
+using nq_test::TextSource;
 
 struct Scrubbed {
     std::string text;

@@ -2,12 +2,11 @@
 #include "tool.h"
 
 #include "errors.h"
+#include "tool_test_support.h"
 
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <iterator>
-#include <sstream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -15,39 +14,13 @@
 namespace {
 
 using namespace std::string_literals;
+using namespace nq_test;
 
 constexpr const char* s_inputName = "nq_tool_test.in";
 
-std::string content_of(const char* path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
-
 void write_input(std::string_view text) { std::ofstream(s_inputName, std::ios::binary) << text; }
 
-struct Answer {
-    int exitCode;
-    std::string out;
-    std::string err;
-};
-
-Answer run(const std::vector<std::string>& words) {
-    Answer answer;
-    {
-        nq::Output out("nq_tool_test.out");
-        nq::Output err("nq_tool_test.err");
-        answer.exitCode = nq::run_tool(words, out, err);
-    }
-    answer.out = content_of("nq_tool_test.out");
-    answer.err = content_of("nq_tool_test.err");
-    return answer;
-}
-
-// The words of a command line, which are separated by blanks.
-std::vector<std::string> words_of(std::string_view command) {
-    std::istringstream stream{std::string(command)};
-    return {std::istream_iterator<std::string>(stream), {}};
-}
+Answer run(const std::vector<std::string>& words) { return run_tool("nq_tool_test", words); }
 
 struct ToolCase {
     const char* command;
@@ -93,6 +66,14 @@ const ToolCase s_cases[] = {
     {"utf8 to-utf16 --be --le -", 2, "", "exclude each other"},
     {"scrub nq_tool_test.in -o nq_tool_test.in", 2, "", "the output is also an input"},
     {"scrub nq_no_such_file -o nq_no_such_file", 2, "", "also an input"},
+    {"scrub --jobs 257 nq_tool_test.in", 2, "", "--jobs takes a number from 0 to 256, not '257'"},
+    {"scrub --jobs -1 nq_tool_test.in", 2, "", "not '-1'"},
+    {"scrub --jobs 4x nq_tool_test.in", 2, "", "not '4x'"},
+    {"scrub --jobs 99999999999 nq_tool_test.in", 2, "", "not '99999999999'"},
+    {"scrub --jobs= nq_tool_test.in", 2, "", "error.nq.usage"},
+    {"scrub --quiet --jobs 0 nq_tool_test.in", 0, "x\n"},
+    {"scrub --quiet -j256 nq_tool_test.in", 0, "x\n"},
+    {"scrub --brief --jobs 3 nq_tool_test.in nq_no_such_file", 1, "x\n", "nq: cannot open 'nq_no_such_file'"},
 };
 
 void check(const ToolCase& row) {

@@ -24,6 +24,10 @@ inline constexpr int s_standardError = 2;
 ///
 /// Out      `count`: bytes read; 0 at the end.
 [[nodiscard]] int read_file(int file, char* buffer, std::size_t capacity, std::size_t& count) noexcept;
+/// Waits until `read_file` would not wait, but no longer than told; a wait that is not zero may keep a processor busy.
+///
+/// Returns  true when it would not: there are bytes, or it is the end or a failure. False when that cannot be known.
+[[nodiscard]] bool is_readable_within(int file, int milliseconds) noexcept;
 /// Writes all of it; after an error some of it may have been written.
 [[nodiscard]] int write_file(int file, const char* bytes, std::size_t count) noexcept;
 
@@ -32,6 +36,7 @@ struct FileIdentity {
     bool isRegular = false;
     std::uint64_t volume = 0;
     std::uint64_t index = 0;
+    std::uint64_t bytes = 0;  ///< its length when it was looked at; of regular files
 
     [[nodiscard]] bool is_same_file(const FileIdentity& other) const noexcept {
         return isRegular && other.isRegular && volume == other.volume && index == other.index;

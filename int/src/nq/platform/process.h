@@ -12,7 +12,7 @@ namespace nq::platform {
 /// In       what `main` was given.
 [[nodiscard]] std::vector<std::string> start(int count, char** arguments);
 
-/// True when a person reads along, and the terminal takes colour codes.
+/// True when a person reads along, and the terminal takes control codes: a dumb one does not.
 [[nodiscard]] bool is_terminal(int file) noexcept;
 
 }  // namespace nq::platform

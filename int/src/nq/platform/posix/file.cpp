@@ -1,6 +1,7 @@
 #include "platform/file.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <cerrno>
@@ -10,7 +11,7 @@ namespace nq::platform {
 namespace {
 
 FileIdentity identity_from(const struct stat& status) noexcept {
-    return {S_ISREG(status.st_mode), status.st_dev, status.st_ino};
+    return {S_ISREG(status.st_mode), status.st_dev, status.st_ino, static_cast<std::uint64_t>(status.st_size)};
 }
 
 int open_file(const std::string& path, int flags, int& file) noexcept {
@@ -50,6 +51,11 @@ int read_file(int file, char* buffer, std::size_t capacity, std::size_t& count) 
     } while (done < 0 && errno == EINTR);
     count = done < 0 ? 0 : static_cast<std::size_t>(done);
     return done < 0 ? errno : 0;
+}
+
+bool is_readable_within(int file, int milliseconds) noexcept {
+    pollfd state = {file, POLLIN, 0};
+    return ::poll(&state, 1, milliseconds) > 0;
 }
 
 int write_file(int file, const char* bytes, std::size_t count) noexcept {

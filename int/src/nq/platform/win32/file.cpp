@@ -7,6 +7,7 @@
 #include <windows.h>
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 
 namespace nq::platform {
@@ -43,7 +44,8 @@ FileIdentity identity_from(HANDLE handle) noexcept {
     }
     const std::uint64_t high = information.nFileIndexHigh;
     return {(information.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0, information.dwVolumeSerialNumber,
-            high << 32 | information.nFileIndexLow};
+            high << 32 | information.nFileIndexLow,
+            std::uint64_t{information.nFileSizeHigh} << 32 | information.nFileSizeLow};
 }
 
 // The system has three numbers for a pipe that nobody reads from, and not every runtime knows them all.
@@ -74,6 +76,29 @@ int read_file(int file, char* buffer, std::size_t capacity, std::size_t& count) 
     const int done = ::_read(file, buffer, static_cast<unsigned>(std::min(capacity, s_mostAtOnce)));
     count = done < 0 ? 0 : static_cast<std::size_t>(done);
     return done < 0 ? errno : 0;
+}
+
+bool is_readable_within(int file, int milliseconds) noexcept {
+    const HANDLE handle = reinterpret_cast<HANDLE>(::_get_osfhandle(file));
+    const DWORD kind = GetFileType(handle);
+    if (kind != FILE_TYPE_PIPE) {
+        return kind == FILE_TYPE_DISK;
+    }
+    // A pipe cannot be waited for. Sleeping takes many times longer than was asked for.
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
+    for (;;) {
+        DWORD available = 0;
+        if (PeekNamedPipe(handle, nullptr, 0, nullptr, &available, nullptr) == 0) {
+            return GetLastError() == ERROR_BROKEN_PIPE;
+        }
+        if (available > 0) {
+            return true;
+        }
+        if (std::chrono::steady_clock::now() >= end) {
+            return false;
+        }
+        SwitchToThread();
+    }
 }
 
 int write_file(int file, const char* bytes, std::size_t count) noexcept {

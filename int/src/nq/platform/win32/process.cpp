@@ -5,6 +5,7 @@
 #include <io.h>
 #include <windows.h>
 #include <cstdlib>
+#include <string_view>
 
 // After <windows.h>, whose types it uses.
 #include <shellapi.h>
@@ -44,6 +45,10 @@ bool is_terminal(int file) noexcept {
     constexpr DWORD takesCodes = 0x0004;  // ENABLE_VIRTUAL_TERMINAL_PROCESSING
     const HANDLE handle = reinterpret_cast<HANDLE>(::_get_osfhandle(file));
     DWORD mode = 0;
+    const char* const kind = std::getenv("TERM");
+    if (kind != nullptr && std::string_view(kind) == "dumb") {
+        return false;
+    }
     return GetConsoleMode(handle, &mode) != 0 && SetConsoleMode(handle, mode | takesCodes) != 0;
 }
 
