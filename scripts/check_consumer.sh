@@ -1,7 +1,7 @@
 #!/bin/bash
 # check_consumer.sh linux|win32
-# Installs the built tree into a temporary prefix and uses it as a stranger would: examples/consumer is configured with
-# find_package, compiled a second time by hand with pkg-config, and run both times; the installed nq is started.
+# Installs the built tree into a temporary prefix and uses it as a stranger would: the projects of examples/ are configured
+# with find_package and run, examples/consumer is compiled a second time by hand with pkg-config; the installed nq is started.
 set -euo pipefail
 target=$1
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
@@ -36,18 +36,22 @@ expect() {
 }
 
 cmake --install "$root/build/$target" --prefix "$prefix"
-cp -r "$root/examples/consumer" "$work/source"
+cp -r "$root/examples" "$work/examples"
 
-echo "--- find_package"
-cmake -S "$work/source" -B "$work/build" -G Ninja "${toolchain[@]}" -Dnqcore_DIR="$prefix/lib/cmake/nqcore"
-cmake --build "$work/build"
-expect "$work/source/expected-output.txt" "$work/build/consumer$suffix"
+for project in "$work"/examples/*/CMakeLists.txt; do
+    source=$(dirname "$project")
+    name=$(basename "$source")
+    echo "--- find_package: $name"
+    cmake -S "$source" -B "$work/build/$name" -G Ninja "${toolchain[@]}" -Dnqcore_DIR="$prefix/lib/cmake/nqcore"
+    cmake --build "$work/build/$name"
+    expect "$source/expected-output.txt" "$work/build/$name/$name$suffix"
+done
 
 echo "--- pkg-config"
 export PKG_CONFIG_LIBDIR=$prefix/lib/pkgconfig
 # shellcheck disable=SC2046  # pkg-config's answer is a list of arguments
-"$compiler" "${flags[@]}" "$work/source/main.cpp" -o "$work/by-hand$suffix" $(pkg-config --cflags --libs nqcore)
-expect "$work/source/expected-output.txt" "$work/by-hand$suffix"
+"$compiler" "${flags[@]}" "$work/examples/consumer/main.cpp" -o "$work/by-hand$suffix" $(pkg-config --cflags --libs nqcore)
+expect "$work/examples/consumer/expected-output.txt" "$work/by-hand$suffix"
 
 echo "--- installed nq"
 version=$(sed -n 's/^#define NQCORE_VERSION "\(.*\)"/\1/p' "$prefix/include/nqcore/version.h")

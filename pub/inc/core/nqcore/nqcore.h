@@ -17,6 +17,7 @@
 #include "nqcore/error_params.h"
 #include "nqcore/fault_report.h"
 #include "nqcore/future.h"
+#include "nqcore/future_await.h"
 #include "nqcore/interface_ptr.h"
 #include "nqcore/lifetime.h"
 #include "nqcore/monotonic_time.h"

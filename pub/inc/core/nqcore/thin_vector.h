@@ -60,10 +60,12 @@ public:
         return at;
     }
 
-    /// Destroys the elements from `newEnd` on.
+    /// Destroys the elements from `newEnd` on, in their order.
     void truncate(T* newEnd) {
-        while (m_end != newEnd) {
-            (--m_end)->~T();
+        T* const oldEnd = m_end;
+        m_end = newEnd;
+        for (T* item = newEnd; item != oldEnd; ++item) {
+            item->~T();
         }
     }
 

@@ -1,0 +1,145 @@
+// What awaiting allocates, and memory that runs out at every point of it: nothing leaks, and every coroutine ends with an
+// outcome or is not begun. Linked with the library's objects, so that one operator new serves both.
+#include "nqcore/future_await.h"
+#include "nqcore/result_control.h"
+
+#include <gtest/gtest.h>
+#include <cstdlib>
+#include <limits>
+#include <new>
+#include <utility>
+
+namespace {
+
+int s_live = 0;
+int s_made = 0;
+int s_untilFailure = std::numeric_limits<int>::max();
+
+}  // namespace
+
+void* operator new(std::size_t size) {
+    void* const memory = --s_untilFailure < 0 ? nullptr : std::malloc(size);
+    if (memory == nullptr) {
+        throw std::bad_alloc();
+    }
+    ++s_live;
+    ++s_made;
+    return memory;
+}
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    try {
+        return operator new(size);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+void operator delete(void* memory) noexcept {
+    s_live -= memory != nullptr;
+    std::free(memory);
+}
+void operator delete(void* memory, std::size_t) noexcept { operator delete(memory); }
+
+namespace nqcore {
+namespace {
+
+Future<int> add_one(Future<int> future) { co_return co_await std::move(future) + 1; }
+Result<int> add_two(Result<int> result) { co_return co_await result + 2; }
+
+TEST(FutureAwaitMemory, TheAwaiterNeedsNone) {
+    std::coroutine_handle<> parked;
+    struct Park {
+        std::coroutine_handle<>* handle;
+        [[nodiscard]] bool await_ready() const noexcept { return false; }
+        void await_suspend(std::coroutine_handle<> coroutine) const noexcept { *handle = coroutine; }
+        void await_resume() const noexcept {}
+    };
+    Future<int> first;
+    Future<int> second;
+    const auto body = [&]() -> Future<int> {
+        co_await first;  // and from here on the watch is registered
+        co_await Park{&parked};
+        co_return co_await second;
+    };
+    const Future<int> outcome = body();
+    first.set_value(1);
+    struct : IFutureObserver<int> {
+        void on_future_error(const ErrorInfo::Ptr&) override {}
+        void on_future_value(const int&) override {}
+    } observer;
+    second.add_observer(&observer);  // leaves room in the future's list
+    second.remove_observer(&observer);
+    int before = s_made;
+    parked.resume();
+    EXPECT_EQ(s_made, before);
+    before = s_made;
+    second.set_value(2);
+    EXPECT_EQ(s_made, before);
+    EXPECT_EQ(outcome.get(), 2);
+}
+
+TEST(FutureAwaitMemory, AnErrorIsInReserve) {
+    Future<int> go;
+    const auto body = [&]() -> Future<int> {
+        co_await go;
+        s_untilFailure = 0;  // also for the record of what is thrown
+        throw std::bad_alloc();
+    };
+    const Future<int> outcome = body();
+    go.set_value(1);
+    s_untilFailure = std::numeric_limits<int>::max();
+    ASSERT_TRUE(outcome.has_error());
+    EXPECT_TRUE(outcome.error_info()->matches("error.exception.bad_alloc"));
+}
+
+TEST(FutureAwaitMemory, RunningOutEndsInAnError) {
+    const auto operation = [](bool later, bool cancels) {
+        Future<int> go;
+        const auto signal = [&] {
+            const int left = std::exchange(s_untilFailure, std::numeric_limits<int>::max());
+            go.set_value(1);
+            s_untilFailure = left;
+        };
+        if (!later) {
+            signal();
+        }
+        try {
+            Result<int> result = forward_future(add_one(add_two(future_result(add_one(go))).future()),
+                                                result_direct_if_synchronous<int>());
+            if (cancels) {
+                result.cancel(true, {});
+            }
+            signal();
+            if (!result.has_error()) {
+                EXPECT_EQ(result.get(), 5);
+            } else if (!impl::result_was_cancelled(result.error_info())) {
+                EXPECT_TRUE(result.error_info()->matches("error.exception.bad_alloc"));
+                throw std::bad_alloc();
+            }
+        } catch (...) {
+            signal();  // a coroutine that has begun waits for it
+            throw;
+        }
+    };
+    for (const bool later : {false, true}) {
+        for (const bool cancels : {false, true}) {
+            SCOPED_TRACE(testing::Message() << (later ? "later" : "ready") << (cancels ? ", cancelled" : ""));
+            bool done = false;
+            for (int allocations = 0; !done; ++allocations) {
+                ASSERT_LT(allocations, 100);
+                const int live = s_live;
+                s_untilFailure = allocations;
+                try {
+                    operation(later, cancels);
+                    done = true;
+                } catch (const std::exception&) {
+                }
+                s_untilFailure = std::numeric_limits<int>::max();
+                ASSERT_EQ(s_live, live) << "after " << allocations << " allocations";
+                EXPECT_TRUE(!done || allocations > 7);
+            }
+        }
+    }
+}
+
+}  // namespace
+}  // namespace nqcore
