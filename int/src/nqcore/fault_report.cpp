@@ -1,17 +1,26 @@
 #include "nqcore/fault_report.h"
 
+#include "error_reserve.h"
 #include "nqcore/error_exception.h"
 #include "nqcore/error_info.h"
 #include "nqcore/source_location.h"
+#include "source_id.h"
 
 #include <ace/Log_Msg.h>
 
 #include <exception>
+#include <new>
 #include <sstream>
 #include <string>
 
 namespace nqcore {
 namespace {
+
+constexpr SourceId s_source("$Id: //nqcore/int/src/nqcore/fault_report.cpp#1 $");
+
+const impl::ErrorReserve s_outOfMemory([] {
+    return ErrorInfo::from_exception(std::bad_alloc(), s_source.here("nqcore::impl::error_in_flight()"));
+});
 
 // The log cuts long entries short, so each line is an entry of its own.
 void trace_lines(const std::string& text) {
@@ -32,16 +41,20 @@ void trace_lines(const std::string& text) {
 
 namespace impl {
 
-ErrorInfo::Ptr error_in_flight(const SourceLocation& location) {
+ErrorInfo::Ptr error_in_flight(const SourceLocation& location) noexcept {
     if (!std::current_exception()) {
         return {};
     }
     try {
-        throw;
-    } catch (const std::exception& exception) {
-        return ErrorInfo::from_exception(exception, location);
+        try {
+            throw;
+        } catch (const std::exception& exception) {
+            return ErrorInfo::from_exception(exception, location);
+        } catch (...) {
+            return ErrorInfo::from_anonymous_exception(location);
+        }
     } catch (...) {
-        return ErrorInfo::from_anonymous_exception(location);
+        return s_outOfMemory.get();
     }
 }
 

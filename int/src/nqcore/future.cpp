@@ -166,7 +166,9 @@ bool FutureImplBase::make_event() const {
         return false;
     }
     if (!m_eventMade) {
-        platform::make_event(m_event);
+        if (const int failure = platform::make_event(m_event); failure != 0) {
+            throw_errno(s_source.here("nqcore::impl::FutureImplBase::wait()"), failure);
+        }
         m_eventMade = true;
     }
     return true;
@@ -185,6 +187,7 @@ bool FutureImplBase::add_observer_entry(Observer observer) {
     if (m_ready) {
         return false;
     }
+    m_observers.make_room();  // while the caller still holds the observer: its reference must not go under the mutex
     m_observers.push_back(std::move(observer));
     return true;
 }

@@ -8,23 +8,12 @@
 #include "nqcore/result_inner.h"
 #include "source_id.h"
 
-#include <new>
 #include <utility>
 
 namespace nqcore::impl {
 namespace {
 
 constexpr SourceId s_source("$Id: //nqcore/int/src/nqcore/future_await.cpp#1 $");
-
-// Made while memory can be had: a coroutine must have an outcome also when it cannot.
-ErrorInfo::Ptr no_memory_error_in_reserve() noexcept {
-    try {
-        return ErrorInfo::from_exception(std::bad_alloc(), s_source.here("nqcore::impl::CoroutineBase"));
-    } catch (...) {
-        return {};
-    }
-}
-const ErrorInfo::Ptr s_noMemory = no_memory_error_in_reserve();
 
 }  // namespace
 
@@ -57,11 +46,7 @@ void CancelLink::dropped() noexcept { delete this; }
 CoroutineBase::~CoroutineBase() = default;
 
 ErrorInfo::Ptr CoroutineBase::failure_in_flight() noexcept {
-    try {
-        return error_in_flight(s_source.here("nqcore::impl::CoroutineBase::unhandled_exception()"));
-    } catch (...) {
-        return s_noMemory;
-    }
+    return error_in_flight(s_source.here("nqcore::impl::CoroutineBase::unhandled_exception()"));
 }
 
 void CoroutineBase::unhandled_exception() noexcept { m_error = failure_in_flight(); }

@@ -1,5 +1,6 @@
 #include "nqcore/result_auto_signal.h"
 
+#include "error_reserve.h"
 #include "nqcore/fault_report.h"
 #include "source_id.h"
 
@@ -16,6 +17,8 @@ ErrorInfo::Ptr forgotten_signal_error() {
                              s_source.here("nqcore::impl::AutoSignalAsyncResultBase::~AutoSignalAsyncResultBase()"));
 }
 
+const ErrorReserve s_forgottenSignal(&forgotten_signal_error);
+
 }  // namespace
 
 AutoSignalAsyncResultBase::~AutoSignalAsyncResultBase() {
@@ -23,11 +26,7 @@ AutoSignalAsyncResultBase::~AutoSignalAsyncResultBase() {
         return;
     }
     if (m_failure.is_null()) {
-        try {
-            m_failure = forgotten_signal_error();
-        } catch (...) {
-            m_handlers.clear();  // no memory for a record: the handlers tell of having been dropped
-        }
+        m_failure = s_forgottenSignal.get();
     }
     signal_each(
         [](AsyncResultBase& handler, const void* failure) {

@@ -1,5 +1,6 @@
 #include "nqcore/result_errors.h"
 
+#include "error_reserve.h"
 #include "nqcore/error_composer.h"
 #include "nqcore/error_exception.h"
 #include "source_id.h"
@@ -20,15 +21,7 @@ std::string_view measured(const char* name, unsigned length) noexcept {
     return length == SourceString::npos ? std::string_view(name) : std::string_view(name, length);
 }
 
-// Made while memory can be had.
-ErrorInfo::Ptr not_signaled_error_in_reserve() noexcept {
-    try {
-        return create_result_not_signaled_error();
-    } catch (...) {
-        return {};
-    }
-}
-const ErrorInfo::Ptr s_notSignaled = not_signaled_error_in_reserve();
+const ErrorReserve s_notSignaled(&create_result_not_signaled_error);
 
 }  // namespace
 
@@ -71,13 +64,7 @@ ErrorInfo::Ptr create_result_not_signaled_error() {
                              s_source.here("nqcore::impl::create_result_not_signaled_error()"));
 }
 
-ErrorInfo::Ptr create_result_not_signaled_error_nothrow() noexcept {
-    try {
-        return create_result_not_signaled_error();
-    } catch (...) {
-        return s_notSignaled;
-    }
-}
+ErrorInfo::Ptr create_result_not_signaled_error_nothrow() noexcept { return s_notSignaled.get(); }
 
 ErrorInfo::Ptr create_unexpected_asynchrony_error() {
     return ErrorInfo::create(error::nqcore_result_invalidAsynchrony,

@@ -5,6 +5,8 @@
 #include "static_instance_cleanup.h"
 
 #include <ace/OS_NS_Thread.h>
+#include <ace/OS_NS_unistd.h>
+#include <ace/Time_Value.h>
 
 #include <atomic>
 
@@ -13,6 +15,15 @@ namespace {
 
 constexpr SourceId s_source("$Id: //nqcore/int/src/nqcore/static_instance.cpp#1 $");
 constexpr unsigned s_destroyedLine = 231;
+
+// Not by waiting on the atomic: with the compiler's Windows runtime such a wait can miss its wake-up and last for ever.
+void pause(unsigned looks) noexcept {
+    if (looks < 50) {
+        ACE_OS::thr_yield();
+    } else {
+        ACE_OS::sleep(ACE_Time_Value(0, 1'000));
+    }
+}
 
 std::uintptr_t this_thread() noexcept { return static_cast<std::uintptr_t>(ACE_OS::thr_self()); }
 
@@ -31,23 +42,18 @@ void StaticInstanceBase::throw_destroyed_error() {
 }
 
 bool StaticInstanceCore::change_phase(int from, int to) noexcept {
-    std::atomic_ref phase(m_phase);
-    const bool changed = phase.compare_exchange_strong(from, to, std::memory_order_acq_rel);
-    phase.notify_all();
-    return changed;
+    return std::atomic_ref(m_phase).compare_exchange_strong(from, to, std::memory_order_acq_rel);
 }
 
 void StaticInstanceCore::mark_destroyed() noexcept {
-    std::atomic_ref phase(m_phase);
-    phase.store(s_destroyed, std::memory_order_release);
-    phase.notify_all();
+    std::atomic_ref(m_phase).store(s_destroyed, std::memory_order_release);
 }
 
 // Waits while another thread builds. True: the caller builds now; false: the object is ready.
 bool StaticInstanceCore::begin() {
     std::atomic_ref phase(m_phase);
     std::atomic_ref builder(m_builder);
-    for (;;) {
+    for (unsigned looks = 0;; ++looks) {
         int seen = s_unbuilt;
         if (phase.compare_exchange_strong(seen, s_building, std::memory_order_acquire)) {
             builder.store(this_thread(), std::memory_order_relaxed);
@@ -64,7 +70,7 @@ bool StaticInstanceCore::begin() {
             throw_error(error::nqcore_objectManager, "The constructor of a static instance asked for its own instance",
                         s_source.here("nqcore::impl::StaticInstanceCore::begin()"));
         }
-        phase.wait(s_building, std::memory_order_relaxed);
+        pause(looks);
     }
 }
 

@@ -57,11 +57,21 @@ void SingleUseTaskBase::execute() {
     if (!deadline.is_infinite()) {
         const AbsoluteTime now = provider_now();
         if (now > deadline) {
-            fail(task_expired_error(this, deadline.overtime(now), m_location));
+            fail_as_expired(deadline.overtime(now));
             return;
         }
     }
     run();
+}
+
+void SingleUseTaskBase::fail_as_expired(RelativeTime overtime) {
+    ErrorInfo::Ptr error;
+    try {
+        error = task_expired_error(this, overtime, m_location);
+    } catch (...) {
+        error = error_in_flight(m_location);
+    }
+    fail(std::move(error));
 }
 
 void SingleUseTaskBase::fail_if_not_executed() noexcept {
@@ -95,9 +105,15 @@ AsyncOpHandle& AsyncOpHandle::operator=(const ResultBase& result) noexcept {
 }
 
 void AsyncOpHandle::cancel(bool interrupt, const ErrorInfo::Ptr& cause) {
-    const RefCountPtr<const impl::AsyncOp> operation(std::move(m_operation));
-    if (!operation.is_null()) {
+    RefCountPtr<const impl::AsyncOp> operation(std::move(m_operation));
+    if (operation.is_null()) {
+        return;
+    }
+    try {
         operation->cancel(interrupt, cause);
+    } catch (...) {
+        m_operation = std::move(operation);  // it has not been asked: there may be memory for that later
+        throw;
     }
 }
 

@@ -1,46 +1,18 @@
 // What awaiting allocates, and memory that runs out at every point of it: nothing leaks, and every coroutine ends with an
-// outcome or is not begun. Linked with the library's objects, so that one operator new serves both.
+// outcome or is not begun.
+#include "allocation_test_support.h"
 #include "nqcore/future_await.h"
 #include "nqcore/result_control.h"
 
-#include <gtest/gtest.h>
-#include <cstdlib>
-#include <limits>
-#include <new>
+#include <coroutine>
 #include <utility>
-
-namespace {
-
-int s_live = 0;
-int s_made = 0;
-int s_untilFailure = std::numeric_limits<int>::max();
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-    void* const memory = --s_untilFailure < 0 ? nullptr : std::malloc(size);
-    if (memory == nullptr) {
-        throw std::bad_alloc();
-    }
-    ++s_live;
-    ++s_made;
-    return memory;
-}
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    try {
-        return operator new(size);
-    } catch (const std::bad_alloc&) {
-        return nullptr;
-    }
-}
-void operator delete(void* memory) noexcept {
-    s_live -= memory != nullptr;
-    std::free(memory);
-}
-void operator delete(void* memory, std::size_t) noexcept { operator delete(memory); }
 
 namespace nqcore {
 namespace {
+
+using allocations::s_made;
+using allocations::s_never;
+using allocations::s_untilFailure;
 
 Future<int> add_one(Future<int> future) { co_return co_await std::move(future) + 1; }
 Result<int> add_two(Result<int> result) { co_return co_await result + 2; }
@@ -81,12 +53,13 @@ TEST(FutureAwaitMemory, AnErrorIsInReserve) {
     Future<int> go;
     const auto body = [&]() -> Future<int> {
         co_await go;
+        allocations::s_failures = s_never;
         s_untilFailure = 0;  // also for the record of what is thrown
         throw std::bad_alloc();
     };
     const Future<int> outcome = body();
     go.set_value(1);
-    s_untilFailure = std::numeric_limits<int>::max();
+    s_untilFailure = s_never;
     ASSERT_TRUE(outcome.has_error());
     EXPECT_TRUE(outcome.error_info()->matches("error.exception.bad_alloc"));
 }
@@ -95,7 +68,7 @@ TEST(FutureAwaitMemory, RunningOutEndsInAnError) {
     const auto operation = [](bool later, bool cancels) {
         Future<int> go;
         const auto signal = [&] {
-            const int left = std::exchange(s_untilFailure, std::numeric_limits<int>::max());
+            const int left = std::exchange(s_untilFailure, s_never);
             go.set_value(1);
             s_untilFailure = left;
         };
@@ -123,20 +96,8 @@ TEST(FutureAwaitMemory, RunningOutEndsInAnError) {
     for (const bool later : {false, true}) {
         for (const bool cancels : {false, true}) {
             SCOPED_TRACE(testing::Message() << (later ? "later" : "ready") << (cancels ? ", cancelled" : ""));
-            bool done = false;
-            for (int allocations = 0; !done; ++allocations) {
-                ASSERT_LT(allocations, 100);
-                const int live = s_live;
-                s_untilFailure = allocations;
-                try {
-                    operation(later, cancels);
-                    done = true;
-                } catch (const std::exception&) {
-                }
-                s_untilFailure = std::numeric_limits<int>::max();
-                ASSERT_EQ(s_live, live) << "after " << allocations << " allocations";
-                EXPECT_TRUE(!done || allocations > 7);
-            }
+            allocations::fail_everywhere(
+                "an operation", 8, [&](allocations::Attempt& attempt) { attempt([&] { operation(later, cancels); }); });
         }
     }
 }

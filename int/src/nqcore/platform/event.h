@@ -12,7 +12,9 @@ namespace nqcore::platform {
 constexpr int s_eventTimedOut = -1;
 
 /// Makes an event that has not happened; `destroy_event` takes it down.
-void make_event(impl::EventStorage& event) noexcept;
+///
+/// Returns  0, or the system's error number: there is no event then.
+[[nodiscard]] int make_event(impl::EventStorage& event) noexcept;
 void destroy_event(impl::EventStorage& event) noexcept;
 
 /// It has happened: wakes all waiters, and lets later ones pass.

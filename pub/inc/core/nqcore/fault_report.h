@@ -23,10 +23,12 @@ NQCORE_API NQCORE_COLD void create_dump_and_trace_anonymous_exception(const Sour
 
 namespace impl {
 
-/// The exception in flight as a record: its own, or one that describes it. Null when there is none.
+/// The exception in flight as a record: its own, or one that describes it, or "error.exception.bad_alloc" when there is
+/// no memory for that. Null when there is none.
 ///
 /// Threads  any. Call it from a `catch` block.
-[[nodiscard]] NQCORE_API NQCORE_COLD RefCountPtr<const ErrorInfo> error_in_flight(const SourceLocation& location);
+[[nodiscard]] NQCORE_API NQCORE_COLD RefCountPtr<const ErrorInfo> error_in_flight(
+    const SourceLocation& location) noexcept;
 
 }  // namespace impl
 }  // namespace nqcore

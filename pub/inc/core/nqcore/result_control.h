@@ -55,8 +55,9 @@ public:
     [[nodiscard]] bool is_cancelled() const override { return result_was_cancelled(m_future.error_info()); }
     Result<T> signal_error(const RefCountPtr<const ErrorInfo>& error) override {
         require_error(error);
+        Result<T> result = future_result(m_future);  // first: there may be no memory for it
         m_future.set(error);
-        return future_result(m_future);
+        return result;
     }
     [[nodiscard]] RefCountPtr<AsyncResult<T>> create_async_handler() override {
         return AsyncResultFutureBase<T>::create(*this, m_future);
@@ -116,8 +117,9 @@ class NQCORE_TEMPLATE_API ResultControlFutureRef final : public impl::ResultCont
 public:
     explicit ResultControlFutureRef(const Future<T>& future) : impl::ResultControlFutureRefBase<T>(future) {}
     Result<T> signal_result(T value) override {
+        Result<T> result = future_result(this->m_future);
         this->m_future.set_value(static_cast<T&&>(value));
-        return future_result(this->m_future);
+        return result;
     }
 };
 template <>
@@ -125,8 +127,9 @@ class NQCORE_TEMPLATE_API ResultControlFutureRef<void> final : public impl::Resu
 public:
     explicit ResultControlFutureRef(const Future<void>& future) : impl::ResultControlFutureRefBase<void>(future) {}
     Result<void> signal_result() override {
+        Result<void> result = future_result(m_future);
         m_future.set_value();
-        return future_result(m_future);
+        return result;
     }
 };
 

@@ -53,7 +53,7 @@ class NQCORE_API ITask : public RefCounted<AtomicRefCount> {
 public:
     /// Runs the task on the calling thread.
     ///
-    /// Errors   "error.nqcore.task.redundantExecution" for a second call.
+    /// Errors   "error.nqcore.task.redundantExecution" for a second call. Any other failure is the task's outcome.
     virtual void execute() = 0;
     ~ITask() override;
 };
@@ -100,6 +100,8 @@ public:
     AsyncOpHandle& operator=(const ResultBase& result) noexcept;
 
     /// Takes the operation out and asks it to stop. A second call does nothing.
+    ///
+    /// Errors   what the operation throws, `std::bad_alloc` among it; the handle keeps the operation then.
     void cancel(bool interrupt, const RefCountPtr<const ErrorInfo>& cause);
     [[nodiscard]] bool empty() const noexcept { return m_operation.is_null(); }
 
@@ -133,6 +135,8 @@ protected:
     [[nodiscard]] const SourceLocation& location() const noexcept { return m_location; }
 
 private:
+    void fail_as_expired(RelativeTime overtime);
+
     TaskExecutionOptions m_options;
     SourceLocation m_location;
     bool m_begun = false;

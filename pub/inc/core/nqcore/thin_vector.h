@@ -44,9 +44,7 @@ public:
     [[nodiscard]] bool empty() const noexcept { return m_begin == m_end; }
 
     void push_back(T item) {
-        if (m_end == m_limit) {
-            reserve(size() < 2 ? 2 : size() * 2);
-        }
+        make_room();
         ::new (m_end) T(static_cast<T&&>(item));
         ++m_end;
     }
@@ -71,6 +69,12 @@ public:
 
     void clear() { truncate(m_begin); }
 
+    /// Makes room for one element more, as `push_back` does: that one cannot fail then.
+    void make_room() {
+        if (m_end == m_limit) {
+            reserve(size() < 2 ? 2 : size() * 2);
+        }
+    }
     /// Makes room for `capacity` elements in all.
     void reserve(std::size_t capacity) {
         if (capacity <= static_cast<std::size_t>(m_limit - m_begin)) {

@@ -41,7 +41,10 @@ timespec timespec_of(std::int64_t ns) noexcept {
 
 }  // namespace
 
-void make_event(impl::EventStorage& event) noexcept { __atomic_store_n(word(event), 0, __ATOMIC_RELAXED); }
+int make_event(impl::EventStorage& event) noexcept {
+    __atomic_store_n(word(event), 0, __ATOMIC_RELAXED);
+    return 0;
+}
 
 void destroy_event(impl::EventStorage&) noexcept {}
 

@@ -3,7 +3,8 @@
 #include "ace_longest_wait.h"
 #include "platform/clock.h"
 
-#include <ace/Event.h>
+#include <ace/Event_Base.h>
+#include <ace/OS_NS_Thread.h>
 
 #include <cerrno>
 #include <memory>
@@ -15,11 +16,18 @@ namespace {
 constexpr std::int64_t s_nsPerSecond = 1'000'000'000;
 constexpr std::int64_t s_longestWaitNs = impl::s_aceLongestWaitSeconds * s_nsPerSecond;
 
-static_assert(sizeof(impl::EventStorage) == sizeof(ACE_Event) && alignof(impl::EventStorage) == alignof(ACE_Event));
+/// An `ACE_Event` that says whether the system could make it.
+class Event : public ACE_Event_Base {
+public:
+    /// Returns  0, or the error number; such an event can only be destroyed.
+    int make() noexcept {
+        return ACE_OS::event_init(&handle_, 1, 0, USYNC_THREAD) == 0 ? 0 : errno;  // manual reset, not signalled
+    }
+};
 
-ACE_Event& ace_event(impl::EventStorage& event) noexcept {
-    return *std::launder(reinterpret_cast<ACE_Event*>(event.bytes));
-}
+static_assert(sizeof(impl::EventStorage) == sizeof(Event) && alignof(impl::EventStorage) == alignof(Event));
+
+Event& ace_event(impl::EventStorage& event) noexcept { return *std::launder(reinterpret_cast<Event*>(event.bytes)); }
 
 int answer(int result) noexcept { return result == 0 ? 0 : errno == ETIME ? s_eventTimedOut : errno; }
 
@@ -31,8 +39,13 @@ int wait_for_span(impl::EventStorage& event, std::int64_t ns) noexcept {
 
 }  // namespace
 
-void make_event(impl::EventStorage& event) noexcept {
-    ::new (event.bytes) ACE_Event(1, 0, USYNC_THREAD);  // manual reset, not signalled
+int make_event(impl::EventStorage& event) noexcept {
+    ::new (event.bytes) Event;
+    const int failure = ace_event(event).make();
+    if (failure != 0) {
+        destroy_event(event);
+    }
+    return failure;
 }
 
 void destroy_event(impl::EventStorage& event) noexcept { std::destroy_at(&ace_event(event)); }

@@ -1,0 +1,331 @@
+// Memory that runs out at every point of every operation of the asynchronous family: nothing leaks, what was being
+// changed is as it was and works, and whoever waits for an outcome gets one.
+#include "nqcore/barrier.h"
+#include "nqcore/result_auto_signal.h"
+#include "nqcore/result_control.h"
+#include "nqcore/result_inner.h"
+#include "nqcore/static_instance.h"
+#include "nqcore/task.h"
+
+#include "allocation_test_support.h"
+#include "error_test_support.h"
+#include "static_instance_cleanup.h"
+
+#include <optional>
+#include <string>
+
+namespace nqcore {
+namespace {
+
+using allocations::Attempt;
+using allocations::fail_everywhere;
+using Handler = RefCountPtr<AsyncResult<int>>;
+
+constexpr const char* s_long = "a value that lies on the heap, not in the string";
+
+Handler handler_of(const Future<int>& future) { return ResultControlFutureRef<int>(future).create_async_handler(); }
+
+// An owner that takes its observer back when it goes: it must not go while the future's mutex is held.
+struct Observer : IFutureObserver<int>, RefCounted<AtomicRefCount> {
+    explicit Observer(const Future<int>& observed) : future(observed) {}
+    ~Observer() override { future.remove_observer(this); }
+    void on_future_error(const ErrorInfo::Ptr&) override {}
+    void on_future_value(const int&) override {}
+    Future<int> future;
+};
+
+TEST(AsyncMemory, Futures) {
+    fail_everywhere("make", 1, [](Attempt& attempt) { attempt([] { Future<int>(); }); });
+    fail_everywhere("value", 0, [](Attempt& attempt) {
+        const std::string value(s_long);
+        Future<std::string> future;
+        const bool done = attempt([&] { future.set_value(value); });
+        EXPECT_EQ(future.is_ready(), done);
+        EXPECT_NE(future.set_value(value), done);
+        EXPECT_EQ(future.get(), value);
+    });
+    fail_everywhere("error", 0, [](Attempt& attempt) {
+        const ErrorInfo::Ptr error = record();
+        const Future<int> future;
+        EXPECT_TRUE(attempt([&] { Future<int>(future).set(error); }));
+        EXPECT_TRUE(attempt([&] { EXPECT_THROW(future.get(), ErrorException); }));
+    });
+    fail_everywhere("cancel", 1, [](Attempt& attempt) {
+        Future<int> future;
+        const bool done = attempt([&] { future.cancel(); });
+        EXPECT_EQ(future.is_ready(), done);
+        EXPECT_NE(future.cancel(), done);
+    });
+    fail_everywhere("observer", 1, [](Attempt& attempt) {
+        Future<int> future;
+        auto* const observer = new Observer(future);
+        const bool done = attempt([&] { future.add_observer(observer, impl::FutureObserverOwner(observer)); });
+        EXPECT_TRUE(!done || future.remove_observer(observer));
+        EXPECT_TRUE(future.set_value(1));
+    });
+}
+
+TEST(AsyncMemory, WaitingNeedsNone) {
+    fail_everywhere("wait", 0, [](Attempt& attempt) {
+        const Future<int> future;
+        EXPECT_TRUE(attempt([&] { EXPECT_FALSE(future.wait(RelativeTime::microseconds(100))); }));
+        EXPECT_FALSE(attempt.reached());
+    });
+}
+
+// Each control: answers at once, and its handlers.
+template <class Make>
+void use_control(const char* name, int direct, int directError, int later, Make make) {
+    fail_everywhere(name, direct, [&](Attempt& attempt) {
+        const Future<int> future;
+        auto control = make(future);
+        Result<int> result;
+        if (!attempt([&] { result = control.signal_result(7); })) {
+            EXPECT_FALSE(future.is_ready());
+            result = control.signal_result(7);
+        }
+        EXPECT_TRUE(!result.is_waitable() || result.get() == 7);
+        EXPECT_TRUE(!future.is_ready() || future.get() == 7);
+    });
+    fail_everywhere(name, directError, [&](Attempt& attempt) {
+        const ErrorInfo::Ptr error = record();
+        const Future<int> future;
+        auto control = make(future);
+        Result<int> result;
+        if (!attempt([&] { result = control.signal_error(error); })) {
+            EXPECT_FALSE(future.is_ready());
+            result = control.signal_error(error);
+        }
+        EXPECT_TRUE(!result.is_waitable() || result.error_info() == error);
+        EXPECT_TRUE(!future.is_ready() || future.error_info() == error);
+    });
+    enum class End { success, error, cancel, drop };
+    for (const End end : {End::success, End::error, End::cancel, End::drop}) {
+        fail_everywhere(name, later, [&](Attempt& attempt) {
+            const ErrorInfo::Ptr error = record();
+            Future<int> future;
+            auto control = std::make_optional(make(future));
+            Handler handler;
+            if (!attempt([&] { handler = control->create_async_handler(); })) {
+                EXPECT_FALSE(future.is_ready());
+                handler = control->create_async_handler();
+            }
+            Result<int> result;
+            if (!attempt([&] { result = handler->get_result(); })) {
+                EXPECT_FALSE(future.is_ready());
+                result = handler->get_result();
+            }
+            if (future.shared()->has_unique_ref() && !result.future().is_null()) {
+                future = result.future();  // the control makes one of its own
+            }
+            const bool fills = !future.shared()->has_unique_ref();
+            control.reset();
+            EXPECT_FALSE(future.is_ready());
+            if (end == End::success) {
+                EXPECT_TRUE(attempt([&] { handler->on_async_result_success(7); }));
+                EXPECT_EQ(future.has_value(), fills);
+            } else if (end == End::error) {
+                EXPECT_TRUE(attempt([&] { handler->on_async_result_error(error); }));
+                EXPECT_EQ(future.error_info() == error, fills);
+            } else if (end == End::cancel) {
+                const bool done = attempt([&] { handler->cancel(true, error); });
+                EXPECT_EQ(future.has_error(), fills && done);
+            }
+            EXPECT_TRUE(attempt([&] { handler.clear(); }));
+            EXPECT_EQ(future.is_ready(), fills);  // no memory for a record: somebody may be waiting all the same
+        });
+    }
+}
+
+TEST(AsyncMemory, Controls) {
+    use_control("ignored", 0, 0, 1, [](const Future<int>&) { return result_ignored<int>(); });
+    use_control("ignored, if ready", 1, 1, 1, [](const Future<int>&) { return result_ignored<int>().if_not_ready(); });
+    use_control("future", 1, 1, 1, [](const Future<int>& future) { return result_future(future); });
+    use_control("direct", 1, 1, 2, [](const Future<int>&) { return result_direct_if_synchronous<int>(); });
+    use_control("error", 1, 1, 2, [](const Future<int>&) { return result_error_if_async<int>(); });
+    use_control("adapter", 0, 0, 0, [](const Future<int>& future) { return handler_of(future)->as_control(); });
+    use_control("inner", 0, 0, 1, [](const Future<int>& future) {
+        return result_inner<int>(
+            handler_of(future), [handler = handler_of(future)](int value) { handler->on_async_result_success(value); });
+    });
+    fail_everywhere("adapter of a control", 1,
+                    [](Attempt& attempt) { attempt([] { AsyncHandlerAdapterControl<int>(result_ignored<int>()); }); });
+}
+
+// The exception of a continuation or a task becomes an outcome also when there is no memory to describe it.
+TEST(AsyncMemory, ExceptionsOfUserCode) {
+    fail_everywhere("continuation", 1, [](Attempt& attempt) {
+        const Future<int> future;
+        const Handler outer = handler_of(future);
+        auto step = result_inner<int>(outer, [](int) { throw std::bad_cast(); });
+        EXPECT_TRUE(attempt([&] { (void)step.signal_result(1); }));
+        EXPECT_TRUE(future.has_error());
+    });
+    struct Nowhere : IThreadAffinity {
+        [[nodiscard]] bool is_current_thread() const override { return false; }
+        void post(RefCountPtr<ITask>) override {}
+    } nowhere;
+    const auto work = [](const Future<int>& outcome, RelativeTime limit, IThreadAffinity& thread) {
+        return make_single_use_task(
+            outcome, TaskInvocationContext(thread).cancel_after(limit), []() -> int { throw std::bad_cast(); },
+            s_location);
+    };
+    fail_everywhere("make a task", 1, [&](Attempt& attempt) {
+        const Future<int> future;
+        const bool done = attempt([&] { (void)work(future, RelativeTime::infinite, nowhere); });
+        EXPECT_EQ(future.is_ready(), done);
+    });
+    fail_everywhere("run a task", 1, [&](Attempt& attempt) {
+        const Future<int> future;
+        const RefCountPtr<ITask> task = work(future, RelativeTime::infinite, nowhere);
+        EXPECT_TRUE(attempt([&] { task->execute(); }));
+        EXPECT_TRUE(future.has_error());
+    });
+    fail_everywhere("run a task too late", 1, [&](Attempt& attempt) {
+        const Future<int> future;
+        RefCountPtr<ITask> task = work(future, RelativeTime::milliseconds(-50), nowhere);
+        EXPECT_TRUE(attempt([&] { task->execute(); }));
+        EXPECT_THAT(future.error_info(),
+                    HasCode(attempt.reached() ? "error.exception.bad_alloc" : "error.nqcore.task.timeLimitExpired"));
+    });
+    fail_everywhere("drop a task", 1, [&](Attempt& attempt) {
+        const Future<int> future;
+        RefCountPtr<ITask> task = work(future, RelativeTime::infinite, nowhere);
+        EXPECT_TRUE(attempt([&] { task.clear(); }));
+        EXPECT_TRUE(future.has_error());
+    });
+}
+
+TEST(AsyncMemory, AutoSignal) {
+    fail_everywhere("forgotten", 1, [](Attempt& attempt) {
+        const Future<int> futures[3];
+        const Handler kept = handler_of(futures[0]);  // dropping the list is not enough for this one
+        Handler others[] = {handler_of(futures[1]), handler_of(futures[2])};
+        std::optional<AutoSignalAsyncResult<int>> holder;
+        if (!attempt([&] { holder.emplace(kept, ErrorInfo::Ptr()); })) {
+            holder.emplace(kept, ErrorInfo::Ptr());
+        }
+        for (Handler& handler : others) {
+            attempt([&] { holder->push_back(static_cast<Handler&&>(handler)); });
+        }
+        EXPECT_TRUE(attempt([&] { holder.reset(); }));
+        for (const Future<int>& future : futures) {
+            EXPECT_TRUE(future.has_error());
+        }
+    });
+    fail_everywhere("list", 1, [](Attempt& attempt) {
+        const Future<int> futures[2];
+        std::vector<Handler> list{handler_of(futures[0]), handler_of(futures[1])};
+        attempt([&] { AutoSignalAsyncResult<int>(std::move(list), ErrorInfo::Ptr()).signal_success(5); });
+        list.clear();
+        EXPECT_TRUE(futures[0].is_ready() && futures[1].is_ready());
+        EXPECT_EQ(futures[0].has_value(), futures[1].has_value());
+    });
+    fail_everywhere("completion", 1, [](Attempt& attempt) {
+        using Completion = impl::DispatchedCompletion<std::string>;
+        Completion completion{std::string(s_long)};
+        attempt([&] { (void)Completion(completion); });
+        const Future<std::string> future;
+        const auto handler = ResultControlFutureRef<std::string>(future).create_async_handler();
+        EXPECT_TRUE(attempt([&] { completion.signal(*handler); }));
+        EXPECT_EQ(future.get(), s_long);
+    });
+}
+
+TEST(AsyncMemory, Barriers) {
+    fail_everywhere("barrier", 1, [](Attempt& attempt) {
+        Future<int> pending;
+        AnyFutureBarrier futures;
+        AnyResultBarrier results;
+        for (unsigned i = 0; i < 3; ++i) {
+            const bool grown = attempt([&] { futures.push_back(pending); });
+            ASSERT_EQ(futures.size(), i + (grown ? 1 : 0));
+            grown ? void() : futures.push_back(pending);
+        }
+        results.push_back(future_result(pending));
+        attempt([&] { EXPECT_EQ(AnyFutureBarrier(futures).size(), 3u); });
+        const bool cancelled = attempt([&] { results.cancel(record()); });
+        EXPECT_EQ(futures.any_ready(), cancelled);
+        EXPECT_EQ(futures.set_error_if_not_ready(record()), cancelled ? 0u : 1u);
+    });
+    fail_everywhere("handle", 1, [](Attempt& attempt) {
+        const Future<int> future;
+        AsyncOpHandle handle(future_result(future));
+        const bool done = attempt([&] { handle.cancel(true, nullptr); });
+        EXPECT_EQ(future.is_ready(), done);
+        EXPECT_EQ(handle.empty(), done);
+        handle.cancel(true, nullptr);
+        EXPECT_TRUE(future.is_ready());
+    });
+}
+
+TEST(AsyncMemory, Results) {
+    const ErrorInfo::Ptr error = record();
+    fail_everywhere("make", 1, [&](Attempt& attempt) {
+        std::string value(s_long);
+        if (!attempt([&] { (void)ready_result(static_cast<std::string&&>(value)); })) {
+            EXPECT_EQ(value, s_long);
+        }
+        attempt([&] { (void)failed_result<int>(error); });
+        Future<int> future;
+        attempt([&] { (void)future_result(future); });
+        EXPECT_TRUE(future.shared()->has_unique_ref());
+        const Result<int> result = future_result(future);
+        const bool cancelled = attempt([&] { result.cancel(true, error); });
+        EXPECT_EQ(future.is_ready(), cancelled);
+    });
+}
+
+struct Costly {
+    std::string text = s_long;
+};
+constinit StaticInstance<Costly> s_instances[64];
+
+struct Registrar : impl::StaticInstanceBase {
+    static void add() {
+        register_cleanup_aux([](void*) {}, nullptr);
+    }
+};
+
+// Sixty-four instances fill a block of the queue, so one of them meets its end.
+TEST(AsyncMemory, StaticInstances) {
+    Registrar::add();
+    int failed = 0;
+    for (StaticInstance<Costly>& instance : s_instances) {
+        for (int before = 0;; ++before) {
+            const int live = allocations::s_live;
+            Attempt attempt(before, 1);
+            if (attempt([&] { instance.get(); })) {
+                EXPECT_EQ(instance->text, s_long);
+                break;
+            }
+            ++failed;
+            EXPECT_EQ(allocations::s_live, live);
+            EXPECT_EQ(instance.get_if_ready(), nullptr);
+        }
+    }
+    EXPECT_GT(failed, 64);
+}
+
+TEST(AsyncMemory, CleanupQueue) {
+    static int s_ran;
+    fail_everywhere("queue", 2, [](Attempt& attempt) {
+        std::optional<impl::StaticInstanceCleanup> queue;
+        const auto make = [&] { queue.emplace([](void*, void (*)(void*, void*)) { return 0; }); };
+        if (!attempt(make)) {
+            make();
+        }
+        s_ran = 0;
+        int registered = 0;
+        attempt([&] {
+            for (; registered < 100; ++registered) {
+                queue->register_for_cleanup([](void*) { ++s_ran; }, nullptr);
+            }
+        });
+        queue->empty();
+        EXPECT_EQ(s_ran, registered);
+    });
+}
+
+}  // namespace
+}  // namespace nqcore
