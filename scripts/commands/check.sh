@@ -62,7 +62,7 @@ check_tsan() {
     export TSAN_OPTIONS=second_deadlock_stack=1
     # Kernels that randomise addresses widely put libraries where this sanitizer has its own data.
     if setarch -R true 2> /dev/null; then test_prefix=(setarch -R); fi
-    run_tests tsan
+    NQCORE_STRESS_RACES=1000000 run_tests tsan
     test_prefix=()
 }
 
