@@ -8,6 +8,8 @@
 namespace nqcore {
 namespace {
 
+using testing::ThrowsMessage;
+
 enum State { pending, good, bad };
 
 Future<int> future_in(State state) {
@@ -20,14 +22,12 @@ Future<int> future_in(State state) {
     return future;
 }
 
-struct BarrierCase {
+const struct {
     const char* name;
     std::vector<State> states;
     // any_ready, all_ready, any_failed, all_failed, any_successful, all_successful
     const char* answers;
-};
-
-const BarrierCase s_cases[] = {
+} s_cases[] = {
     {"empty", {}, "110000"},
     {"pending", {pending}, "000000"},
     {"good", {good}, "110011"},
@@ -48,7 +48,7 @@ std::string answers(const Barrier& barrier) {
 }
 
 TEST(Barrier, Predicates) {
-    for (const BarrierCase& row : s_cases) {
+    for (const auto& row : s_cases) {
         AnyFutureBarrier futures;
         AnyResultBarrier results;
         bool anyPending = false;
@@ -76,12 +76,8 @@ TEST(Barrier, SignalsWhatIsPendingAndKeepsOrder) {
     ASSERT_EQ(barrier.size(), 2u);
     EXPECT_EQ(barrier.begin()[0].get_future<void>(), first);
     EXPECT_EQ(barrier.begin()[1].get_future<std::string>(), second);
-    try {
-        (void)barrier.begin()->get_future<int>();
-        ADD_FAILURE();
-    } catch (const std::exception& e) {
-        EXPECT_STREQ(e.what(), "AnyFutureBarrier : bad future cast");
-    }
+    EXPECT_THAT([&] { (void)barrier.begin()->get_future<int>(); },
+                ThrowsMessage<std::exception>("AnyFutureBarrier : bad future cast"));
     EXPECT_EQ(copy.set_error_if_not_ready(record("error.late")), 2u);
     EXPECT_THAT(second.error_info(), HasCode("error.late"));
     EXPECT_EQ(barrier.erase(barrier.begin()), barrier.begin());
@@ -98,12 +94,8 @@ TEST(Barrier, CancelsAndCastsResults) {
     barrier.push_back(future_result(future));
     barrier.push_back(ready_result(2L));
     EXPECT_EQ(barrier.begin()[1].get_result<long>().get(), 2);
-    try {
-        (void)barrier.begin()->get_result<long>();
-        ADD_FAILURE();
-    } catch (const std::exception& e) {
-        EXPECT_STREQ(e.what(), "AnyResultBarrier : bad result cast");
-    }
+    EXPECT_THAT([&] { (void)barrier.begin()->get_result<long>(); },
+                ThrowsMessage<std::exception>("AnyResultBarrier : bad result cast"));
     std::thread canceller([&] { barrier.cancel(record("error.why")); });
     barrier.wait();
     canceller.join();

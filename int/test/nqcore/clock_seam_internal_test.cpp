@@ -1,38 +1,12 @@
-// The seams platform/clock.h, platform/interrupt_time.h and platform/timer_period.h, the same on both targets, and the
-// pair of times that the library records as it starts.
-#include "monotonic_time_anchors.h"
-#include "platform/clock.h"
+// The seams platform/interrupt_time.h and platform/timer_period.h, the same on both targets.
 #include "platform/interrupt_time.h"
 #include "platform/timer_period.h"
 
 #include <gtest/gtest.h>
-#include <string>
 #include <vector>
 
 namespace nqcore {
 namespace {
-
-using impl::start_anchors;
-
-// When this file's static objects are constructed, in whatever order the sources are.
-const AbsoluteTime s_wallAtStart = start_anchors().wall;
-
-TEST(ClockSeam, AnchorsNeverChange) {
-    EXPECT_EQ(start_anchors().wall, s_wallAtStart);
-    EXPECT_LE(start_anchors().wall, AbsoluteTime::now());
-    EXPECT_LE(start_anchors().mono, MonotonicTime::now());
-    EXPECT_EQ(start_anchors().mono.as_absolute_time(), start_anchors().wall);
-}
-
-TEST(ClockSeam, CounterRunsAtItsFrequency) {
-    const std::int64_t frequency = platform::counter_frequency();
-    EXPECT_GE(frequency, 1'000'000);
-    const std::int64_t boot = platform::boot_time_ns();
-    const std::int64_t start = platform::counter();
-    while (platform::counter() - start < frequency / 40) {
-    }
-    EXPECT_NEAR(static_cast<double>(platform::boot_time_ns() - boot), 25e6, 20e6);
-}
 
 // A page whose words change between the reads as a script says.
 struct ScriptedPage {

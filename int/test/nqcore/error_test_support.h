@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <cstring>
 #include <functional>
+#include <string>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -43,6 +44,13 @@ void expect_ascending(const T (&items)[Count], Value value = {}) {
             EXPECT_EQ(value(items[i]) == value(items[j]), i == j) << i << ' ' << j;
         }
     }
+}
+
+/// What a future or a result says of itself.
+template <class Outcome>
+std::string state_of(const Outcome& outcome) {
+    return std::string(outcome.is_ready() ? "ready" : "") + (outcome.has_value() ? " value" : "") +
+           (outcome.has_error() ? " error" : "");
 }
 
 /// Calls `work` with each of `slots`, every call on a thread of its own, and waits for them all.

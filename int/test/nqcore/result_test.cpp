@@ -30,13 +30,13 @@ TEST(Result, SlotsAreInTheirOrder) {
     EXPECT_EQ(virtual_slot(&AsyncResultBase::ignored), 4u);
     EXPECT_EQ(virtual_slot(&AsyncResultBase::cancelled), 5u);
     EXPECT_EQ(virtual_slot(&AsyncResult<void>::get_result), 7u);
+    EXPECT_EQ(virtual_slot(&IFutureObserverBase::on_future_error), 0u);
+    EXPECT_EQ(virtual_slot(&IFutureObserverBase::on_future_success), 1u);
 }
 
 TEST(Result, EmptyKnowsNothing) {
     const Result<void> empty;
-    EXPECT_FALSE(empty.is_ready());
-    EXPECT_FALSE(empty.has_value());
-    EXPECT_FALSE(empty.has_error());
+    EXPECT_EQ(state_of(empty), "");
     EXPECT_FALSE(empty.is_waitable());
     EXPECT_EQ(empty.error_info(), nullptr);
     empty.throw_if_error();
@@ -51,14 +51,16 @@ TEST(Result, EmptyKnowsNothing) {
 
 TEST(Result, ReadyFromBirth) {
     const Result<std::string> value = ready_result(std::string("text"));
-    EXPECT_TRUE(value.is_ready() && value.has_value() && value.is_waitable() && !value.has_error());
-    EXPECT_TRUE(value.wait(RelativeTime::zero));
+    EXPECT_EQ(state_of(value), "ready value");
+    EXPECT_TRUE(value.is_waitable() && value.wait(RelativeTime::zero));
     EXPECT_EQ(value.get(), "text");
     EXPECT_TRUE(value.future().is_null());
 
     const ErrorInfo::Ptr why = record("error.why");
     const Result<std::string> error = failed_result<std::string>(why);
-    EXPECT_TRUE(error.is_ready() && error.has_error() && error.is_waitable() && !error.has_value());
+    error.cancel(false, nullptr);
+    EXPECT_EQ(state_of(error), "ready error");
+    EXPECT_TRUE(error.is_waitable());
     EXPECT_EQ(error.error_info(), why);
     try {
         (void)error.get();
@@ -67,8 +69,6 @@ TEST(Result, ReadyFromBirth) {
         EXPECT_EQ(thrown.error(), why);  // the same record
     }
     EXPECT_THROW(error.throw_if_error(), ErrorException);
-    error.cancel(false, nullptr);
-    EXPECT_EQ(error.error_info(), why);
 }
 
 TEST(Result, FollowsItsFuture) {

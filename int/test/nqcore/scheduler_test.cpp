@@ -3,7 +3,6 @@
 #include "error_test_support.h"
 
 #include <gtest/gtest.h>
-#include <memory>
 #include <string>
 
 namespace nqcore {
@@ -43,18 +42,18 @@ TEST(SchedulerLatency, AsksOnceAndTakesBackOnce) {
 
 TEST(SchedulerLatency, RefusalIsAnError) {
     FakePeriods periods(2);
-    const auto request = [&] { SchedulerLatency(RelativeTime::nanoseconds(999), periods); };
-    EXPECT_THAT(request, ThrowsError(AllOf(HasCode(error::nqcore_hardware_timeError), HasParam("latency", "999ns"),
-                                           HasParam("result", "97"),
-                                           HasMessage("Failed setting scheduler latency to 999ns: result=97"))));
-    EXPECT_EQ(periods.calls, "begin 0 ");
     try {
-        request();
+        SchedulerLatency(RelativeTime::nanoseconds(999), periods);
+        ADD_FAILURE() << "no exception";
     } catch (const ErrorException& exception) {
+        EXPECT_THAT(exception, AllOf(HasCode(error::nqcore_hardware_timeError), HasParam("latency", "999ns"),
+                                     HasParam("result", "97"),
+                                     HasMessage("Failed setting scheduler latency to 999ns: result=97")));
         const SourceLocation& location = exception.error()->location();
         EXPECT_EQ(location.function().view(), "nqcore::SchedulerLatency::SchedulerLatency()");
         EXPECT_EQ(location.file_path(), "//nqcore/int/src/nqcore/scheduler.cpp");
     }
+    EXPECT_EQ(periods.calls, "begin 0 ");
     EXPECT_THAT([&] { SchedulerLatency(RelativeTime::zero); },
                 ThrowsError(HasMessage("Failed setting scheduler latency to 0ns: result=97")));
 }
@@ -62,9 +61,8 @@ TEST(SchedulerLatency, RefusalIsAnError) {
 TEST(SchedulerLatency, FailureToRestoreIsAnErrorOfTheDestructor) {
     FakePeriods periods;
     periods.endResult = 5;
-    auto latency = std::make_unique<SchedulerLatency>(RelativeTime::milliseconds(3), periods);
     try {
-        latency->~SchedulerLatency();
+        SchedulerLatency(RelativeTime::milliseconds(3), periods);
         ADD_FAILURE() << "no exception";
     } catch (const ErrorException& exception) {
         EXPECT_THAT(exception, AllOf(HasCode(error::nqcore_hardware_timeError), HasParam("result", "5"),
@@ -72,7 +70,6 @@ TEST(SchedulerLatency, FailureToRestoreIsAnErrorOfTheDestructor) {
         EXPECT_EQ(exception.error()->params().size(), 1u);
         EXPECT_EQ(exception.error()->location().function().view(), "nqcore::SchedulerLatency::~SchedulerLatency()");
     }
-    ::operator delete(latency.release());
     EXPECT_EQ(periods.calls, "begin 3 end 3 ");
 }
 

@@ -8,7 +8,6 @@
 #include <atomic>
 #include <cerrno>
 #include <iostream>
-#include <memory>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -20,77 +19,63 @@ namespace {
 
 using impl::StaticInstanceCleanup;
 
-/// Stands for the object manager: keeps what is registered, and closes when told to.
-struct Manager {
+/// A queue whose object manager closes when told to; its cleanups note their names.
+struct CleanupQueue : testing::Test {
+    CleanupQueue() {
+        s_done.clear();
+        s_queue = &m_queue;
+    }
     static int at_exit(void* object, void (*hook)(void*, void*)) {
         s_object = object;
         s_hook = hook;
         return 0;
     }
-    static int refuse(void*, void (*)(void*, void*)) {
-        errno = EAGAIN;
-        return -1;
-    }
     static void close() { s_hook(s_object, nullptr); }
 
-    static inline void* s_object;
-    static inline void (*s_hook)(void*, void*);
-};
-
-struct CleanupQueue : testing::Test {
-    struct Step {
-        CleanupQueue* test;
-        char name;
-    };
-
-    void add(char name, StaticInstanceCleanup::Cleanup cleanup = &note) {
-        m_steps.push_back(std::make_unique<Step>(this, name));
-        m_queue.register_for_cleanup(cleanup, m_steps.back().get());
+    static void add(const char* name, StaticInstanceCleanup::Cleanup cleanup = &note) {
+        s_queue->register_for_cleanup(cleanup, const_cast<char*>(name));
     }
-    static Step& step(void* argument) {
-        auto& it = *static_cast<Step*>(argument);
-        it.test->m_done += it.name;
-        return it;
-    }
-    static void note(void* argument) { step(argument); }
-    static void fail(void* argument) {
-        step(argument);
+    static void note(void* name) { s_done += static_cast<char*>(name); }
+    static void fail(void* name) {
+        note(name);
         throw std::runtime_error("a cleanup that fails");
     }
-    static void add_two(void* argument) {
-        step(argument).test->add('x', &fail);
-        step(argument).test->add('y');
+    static void add_two(void* name) {
+        note(name);
+        add("x", &fail);
+        add("y");
     }
 
-    StaticInstanceCleanup m_queue{&Manager::at_exit};
-    std::vector<std::unique_ptr<Step>> m_steps;
-    std::string m_done;
+    StaticInstanceCleanup m_queue{&at_exit};
+    static inline StaticInstanceCleanup* s_queue;
+    static inline void* s_object;
+    static inline void (*s_hook)(void*, void*);
+    static inline std::string s_done;
 };
 
 TEST_F(CleanupQueue, RunsBackwardsAndClosesWhenNothingIsLeft) {
-    add('A');
-    add('B', &fail);
-    add('C', &add_two);
-    add('D', &fail);
-    EXPECT_EQ(m_done, "");
+    add("A");
+    add("B", &fail);
+    add("C", &add_two);
+    add("D", &fail);
+    EXPECT_EQ(s_done, "");
     EXPECT_FALSE(m_queue.is_closed());
-    Manager::close();
-    EXPECT_EQ(m_done, "DCCyxBA");
+    close();
+    EXPECT_EQ(s_done, "DCyxBA");
     EXPECT_TRUE(m_queue.is_closed());
-
     EXPECT_THAT(
-        [this] { add('E'); },
+        [] { add("E"); },
         ThrowsError(AllOf(HasCode("error.nqcore.objectManager.closed"),
                           HasMessage("Cannot register objects for cleanup after object manager has already been "
                                      "closed"))));
-    Manager::close();
-    EXPECT_EQ(m_done, "DCCyxBA");
+    close();
+    EXPECT_EQ(s_done, "DCyxBA");
 }
 
 TEST_F(CleanupQueue, SaysThatNobodyWillEmptyItAndWorks) {
     std::ostringstream text;
     std::streambuf* const before = std::cerr.rdbuf(text.rdbuf());
-    StaticInstanceCleanup queue(&Manager::refuse);
+    StaticInstanceCleanup queue([](void*, void (*)(void*, void*)) { return errno = EAGAIN, -1; });
     std::cerr.rdbuf(before);
 
     const SourceLocation location("nqcore::impl::StaticInstanceCleanup::StaticInstanceCleanup()",
@@ -99,11 +84,10 @@ TEST_F(CleanupQueue, SaysThatNobodyWillEmptyItAndWorks) {
     expected << "nqcore: Error registering with ACE Object Manager for cleanup: "
              << ErrorInfo::Trace{*ErrorInfo::from_errno(location, EAGAIN)} << '\n';
     EXPECT_EQ(text.str(), expected.str());
-
-    Step step{this, 'A'};
-    queue.register_for_cleanup(&note, &step);
+    s_queue = &queue;
+    add("A");
     queue.empty();
-    EXPECT_EQ(m_done, "A");
+    EXPECT_EQ(s_done, "A");
 }
 
 std::atomic<int> s_slowBuilt{0};
