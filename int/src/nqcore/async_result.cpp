@@ -31,12 +31,6 @@ void refuse_redundant_signal(const FutureImplBase& future, const ErrorInfo::Ptr&
     }
 }
 
-void signal_abandoned_future(FutureImplBase& future) noexcept {
-    if (!future.is_ready()) {
-        future.set(create_result_not_signaled_error_nothrow());
-    }
-}
-
 void raise_null_handler_error() {
     raise_null_parameter_error("handler", SourceString::npos,
                                s_source.here("nqcore::AsyncHandlerAdapterControl::AsyncHandlerAdapterControl()"));

@@ -226,6 +226,12 @@ bool FutureImpl<void>::add_observer(IFutureObserver<void>* observer, FutureObser
     return add_observer_entry(Observer(observer, std::move(owner)));
 }
 
+void signal_abandoned_future(FutureImplBase& future) noexcept {
+    if (!future.is_ready()) {
+        future.set(create_result_not_signaled_error_nothrow());
+    }
+}
+
 void raise_null_future_error() {
     raise_null_parameter_error("future", SourceString::npos, s_source.here("nqcore::Future::impl()"));
 }

@@ -6,14 +6,16 @@
 #include <ace/Init_ACE.h>
 #include <ace/OS_NS_Thread.h>
 
+#include <atomic>
+
 namespace nqcore::impl {
 namespace {
 
 constinit std::int32_t s_initCount = 0;
-constinit StopState s_stopState = StopState::Running;
+constinit std::atomic<StopState> s_stopState = StopState::Running;
 constinit ACE_thread_t s_stopThread = {};  // written before the state leaves Running
 
-void set_stop_state(StopState state) noexcept { __atomic_store_n(&s_stopState, state, __ATOMIC_RELEASE); }
+void set_stop_state(StopState state) noexcept { s_stopState.store(state, std::memory_order_release); }
 
 int stop() {
     __atomic_store_n(&s_stopThread, ACE_OS::thr_self(), __ATOMIC_RELAXED);
@@ -31,7 +33,7 @@ int stop() {
 
 std::int32_t init_count() noexcept { return __atomic_load_n(&s_initCount, __ATOMIC_ACQUIRE); }
 
-StopState stop_state() noexcept { return __atomic_load_n(&s_stopState, __ATOMIC_ACQUIRE); }
+StopState stop_state() noexcept { return s_stopState.load(std::memory_order_acquire); }
 
 bool is_stop_thread() noexcept {
     return stop_state() != StopState::Running &&

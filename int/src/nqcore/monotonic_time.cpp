@@ -21,10 +21,10 @@ const std::int32_t MonotonicTimeBase::SECONDS_IN_ONE_MINUTE;
 const std::int32_t MonotonicTimeBase::SECONDS_IN_ONE_HOUR;
 const std::int32_t MonotonicTimeBase::SECONDS_IN_ONE_DAY;
 
-constinit const MonotonicTimeBase MonotonicTimeBase::zero(RelativeTime(RelativeTime::TIMEVALUE_ZERO));
-constinit const MonotonicTimeBase MonotonicTimeBase::min_time(RelativeTime(RelativeTime::TIMEVALUE_MIN));
-constinit const MonotonicTimeBase MonotonicTimeBase::max_time(RelativeTime(RelativeTime::TIMEVALUE_MAX));
-constinit const MonotonicTimeBase MonotonicTimeBase::infinite(RelativeTime(RelativeTime::TIMEVALUE_INFINITE));
+constinit const MonotonicTimeBase MonotonicTimeBase::zero{RelativeTime(RelativeTime::TIMEVALUE_ZERO)};
+constinit const MonotonicTimeBase MonotonicTimeBase::min_time{RelativeTime(RelativeTime::TIMEVALUE_MIN)};
+constinit const MonotonicTimeBase MonotonicTimeBase::max_time{RelativeTime(RelativeTime::TIMEVALUE_MAX)};
+constinit const MonotonicTimeBase MonotonicTimeBase::infinite{RelativeTime(RelativeTime::TIMEVALUE_INFINITE)};
 
 namespace impl {
 

@@ -164,8 +164,6 @@ protected:
 /// A signal that found its future ready: silent when the future was cancelled, else a redundant-signal error with
 /// `cause` nested.
 NQCORE_API void refuse_redundant_signal(const FutureImplBase& future, const RefCountPtr<const ErrorInfo>& cause);
-/// The last reference to a handler goes: a future that is still not ready gets "error.nqcore.result.notSignaled".
-NQCORE_API void signal_abandoned_future(FutureImplBase& future) noexcept;
 
 /// Signals a future.
 ///

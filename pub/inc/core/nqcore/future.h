@@ -200,6 +200,9 @@ protected:
     ~FutureImpl() override;
 };
 
+/// The last one who could signal goes: a future that is still not ready gets "error.nqcore.result.notSignaled".
+NQCORE_API void signal_abandoned_future(FutureImplBase& future) noexcept;
+
 /// Throws "error.nqcore.result.badParameter" for an operation on a handle that holds no future.
 [[noreturn]] NQCORE_API NQCORE_COLD void raise_null_future_error();
 

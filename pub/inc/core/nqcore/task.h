@@ -10,7 +10,6 @@
 #pragma once
 
 #include "nqcore/abs_rel_time.h"
-#include "nqcore/async_result.h"
 #include "nqcore/config.h"
 #include "nqcore/error_info.h"
 #include "nqcore/fault_report.h"
