@@ -65,6 +65,7 @@ struct Command {
 // The commands, each in NAME_command.cpp (those about UTF-16 in utf16_commands.cpp).
 extern const Command s_scrubCommand;
 extern const Command s_timeCommand;
+extern const Command s_durationCommand;
 extern const Command s_utf8Command;
 extern const Command s_utf8CheckCommand;
 extern const Command s_utf8RepairCommand;

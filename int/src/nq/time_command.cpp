@@ -1,24 +1,26 @@
 // `nq time`: reads points in time and writes them in other forms.
 #include "command.h"
 #include "errors.h"
-#include "input.h"
 #include "json.h"
+#include "value_writer.h"
 
 #include "nqcore/abs_rel_time.h"
 #include "nqcore/error_composer.h"
+#include "nqcore/simple_date_time.h"
 #include "nqcore/string_to.h"
 
 #include <charconv>
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace nq {
 
 namespace {
 
 using nqcore::AbsoluteTime;
+using nqcore::SimpleDateTime;
 
 constexpr SourceFile s_source("$Id: //nqcore/int/src/nq/time_command.cpp#1 $");
 
@@ -31,8 +33,9 @@ constexpr Option s_options[] = {
      .isList = true},
     {.name = "--from",
      .value = "FORM",
-     .help = "What values are: UTC text, nanoseconds or seconds since 1970, Julian days, Julian dates",
-     .choices = "utc|ns|s|jdn|jd",
+     .help = "What values are: UTC text, UTC text with an offset, nanoseconds or seconds since 1970, Julian days, "
+             "Julian dates",
+     .choices = "utc|zoned|ns|s|jdn|jd",
      .fallback = "utc"},
     {.name = "--utc", .help = "Write YYYY-MM-DD hh:mm:ss.f"},
     {.name = "--iso", .help = "Write ISO 8601"},
@@ -40,13 +43,18 @@ constexpr Option s_options[] = {
     {.name = "--jdn", .help = "Write the Julian day number"},
     {.name = "--jd", .help = "Write the Julian date with its fraction"},
     {.name = "--ns", .help = "Write nanoseconds since 1970-01-01 00:00 UTC"},
+    {.name = "--zoned", .help = "Write UTC and the offset: YYYY-MM-DD hh:mm:ss.f+hh:mm"},
+    {.name = "--offset", .help = "Write the offset from UTC; in JSON its minutes"},
+    {.name = "--local", .help = "Write the local time: UTC and the offset added up"},
     s_jsonOption,
 };
 
 constexpr char s_details[] =
     "Text is read as UTC: a date (2020-02-29 or 20200229), a blank or T, a time (12:34:56.789, 1234, 12.5), perhaps "
     "Z;\n"
-    "or INF. Without a choice of form all forms are written; with one, the values alone, one line for each time.\n";
+    "or INF. With --from zoned an offset may follow (+02:00, -0530, +02): the time before it is still UTC, and\n"
+    "2020-01-01T12:00:00+02:00 is 14:00 local time. Offsets beyond 12 hours move into the time by whole days.\n"
+    "Without a choice of form all forms are written; with one, the values alone, one line for each time.\n";
 
 constexpr const char* s_dayNames[] = {"Monday", "Tuesday", "Wednesday", "Thursday", "Friday", "Saturday", "Sunday"};
 
@@ -76,28 +84,40 @@ JsonObject components_json(AbsoluteTime time) {
     return object;
 }
 
-// A form that a time can be written in. The name is that of its option and of its member in JSON.
-struct Form {
-    const char* name;
-    const char* label;
-    std::string (*text)(AbsoluteTime time);
-    void (*add_json)(JsonObject& object, const char* name, AbsoluteTime time);
-};
+std::string offset_text(const SimpleDateTime& time) {
+    // The end of a text that has one.
+    const int minutes = time.timezone_offset();
+    const std::string text = SimpleDateTime(AbsoluteTime::zero, minutes).as_string();
+    return minutes == 0 ? "+00:00" : text.substr(text.size() - 6);
+}
 
 // In the order in which they are written.
-constexpr Form s_forms[] = {
-    {"utc", "UTC", [](AbsoluteTime time) { return time.as_string(); },
-     [](JsonObject& object, const char* name, AbsoluteTime time) { object.add(name, time.as_string()); }},
-    {"iso", "ISO 8601", [](AbsoluteTime time) { return time.as_iso8601_string(); },
-     [](JsonObject& object, const char* name, AbsoluteTime time) { object.add(name, time.as_iso8601_string()); }},
-    {"components", "components", components_text,
-     [](JsonObject& object, const char* name, AbsoluteTime time) { object.add(name, components_json(time)); }},
-    {"jdn", "Julian day", [](AbsoluteTime time) { return std::to_string(time.julian_day()); },
-     [](JsonObject& object, const char* name, AbsoluteTime time) { object.add(name, time.julian_day()); }},
-    {"jd", "Julian date", [](AbsoluteTime time) { return number_text(time.full_julian_date()); },
-     [](JsonObject& object, const char* name, AbsoluteTime time) { object.add(name, time.full_julian_date()); }},
-    {"ns", "nanoseconds", [](AbsoluteTime time) { return std::to_string(time.as_nsec()); },
-     [](JsonObject& object, const char* name, AbsoluteTime time) { object.add(name, time.as_nsec()); }},
+constexpr std::size_t s_utcForms = 6;  // the first ones; the rest is about the offset
+constexpr Form<SimpleDateTime> s_forms[] = {
+    {"utc", "UTC", [](const SimpleDateTime& time) { return time.as_utc_time().as_string(); }},
+    {"iso", "ISO 8601", [](const SimpleDateTime& time) { return time.as_utc_time().as_iso8601_string(); }},
+    {"components", "components", [](const SimpleDateTime& time) { return components_text(time.as_utc_time()); },
+     [](JsonObject& object, const char* name, const SimpleDateTime& time) {
+         object.add(name, components_json(time.as_utc_time()));
+     }},
+    {"jdn", "Julian day", [](const SimpleDateTime& time) { return std::to_string(time.as_utc_time().julian_day()); },
+     [](JsonObject& object, const char* name, const SimpleDateTime& time) {
+         object.add(name, time.as_utc_time().julian_day());
+     }},
+    {"jd", "Julian date", [](const SimpleDateTime& time) { return number_text(time.as_utc_time().full_julian_date()); },
+     [](JsonObject& object, const char* name, const SimpleDateTime& time) {
+         object.add(name, time.as_utc_time().full_julian_date());
+     }},
+    {"ns", "nanoseconds", [](const SimpleDateTime& time) { return std::to_string(time.as_utc_time().as_nsec()); },
+     [](JsonObject& object, const char* name, const SimpleDateTime& time) {
+         object.add(name, time.as_utc_time().as_nsec());
+     }},
+    {"zoned", "zoned", [](const SimpleDateTime& time) { return time.as_string(); }},
+    {"offset", "offset", offset_text,
+     [](JsonObject& object, const char* name, const SimpleDateTime& time) {
+         object.add(name, time.timezone_offset());
+     }},
+    {"local", "local time", [](const SimpleDateTime& time) { return time.as_local_time().as_string(); }},
 };
 
 AbsoluteTime time_from_seconds(std::string_view text) {
@@ -126,95 +146,16 @@ AbsoluteTime read_time(std::string_view text, std::string_view from) {
     return text == "now" ? AbsoluteTime::now() : AbsoluteTime::from_string(text);
 }
 
-// Reads and writes times, one after the other, in the way that the command line asks for.
-class TimeWriter {
-public:
-    explicit TimeWriter(Context& context)
-        : m_context(context), m_from(context.arguments.value("from")), m_isJson(context.arguments.has("json")) {
-        for (const Form& form : s_forms) {
-            if (context.arguments.has(form.name)) {
-                m_forms.push_back(&form);
-            }
-        }
-        m_isChoice = !m_forms.empty();
-        for (const Form& form : s_forms) {
-            if (!m_isChoice) {
-                m_forms.push_back(&form);
-            }
-        }
-    }
-
-    // A value that cannot be read is reported, and the next one has its turn.
-    void write(std::string_view value) {
-        try {
-            const AbsoluteTime time = read_time(value, m_from);
-            m_context.out.write(m_isJson ? json_line(time) : m_isChoice ? value_line(time) : table(time));
-        } catch (const nqcore::ErrorException& failure) {
-            if (failure.matches("error.nq")) {
-                throw;
-            }
-            m_context.report(*failure.error());
-            m_exitCode = s_exitBadData;
-        }
-    }
-
-    [[nodiscard]] int exit_code() const noexcept { return m_exitCode; }
-
-private:
-    [[nodiscard]] std::string json_line(AbsoluteTime time) const {
-        JsonObject object;
-        for (const Form* form : m_forms) {
-            form->add_json(object, form->name, time);
-        }
-        return object.line();
-    }
-
-    [[nodiscard]] std::string value_line(AbsoluteTime time) const {
-        std::string line;
-        for (const Form* form : m_forms) {
-            line += line.empty() ? "" : "\t";
-            line += form->text(time);
-        }
-        return line + '\n';
-    }
-
-    // Tables of several times are parted by an empty line.
-    [[nodiscard]] std::string table(AbsoluteTime time) {
-        std::string text = m_hasWritten ? "\n" : "";
-        m_hasWritten = true;
-        for (const Form* form : m_forms) {
-            std::string label = form->label;
-            label.resize(13, ' ');
-            text += label + form->text(time) + '\n';
-        }
-        return text;
-    }
-
-    Context& m_context;
-    std::string m_from;
-    bool m_isJson;
-    bool m_isChoice = false;
-    bool m_hasWritten = false;
-    std::vector<const Form*> m_forms;
-    int m_exitCode = s_exitDone;
-};
+SimpleDateTime read_value(std::string_view text, const Arguments& arguments) {
+    const std::string& from = arguments.value("from");
+    const bool isZoned = from == "zoned" && text != "now";
+    return isZoned ? SimpleDateTime::from_string(text) : SimpleDateTime(read_time(text, from));
+}
 
 int run_time(Context& context) {
-    TimeWriter writer(context);
-    for (const std::string& value : context.arguments.values("VALUE")) {
-        writer.write(value);
-    }
-    if (!context.arguments.has("VALUE")) {
-        Input input("-");
-        LineReader lines(input);
-        for (std::string_view line; lines.next(line);) {
-            writer.write(line);
-            if (lines.may_wait()) {
-                context.out.flush();
-            }
-        }
-    }
-    return writer.exit_code();
+    const std::span<const Form<SimpleDateTime>> forms = s_forms;
+    const bool isZoned = context.arguments.value("from") == "zoned";
+    return ValueWriter(context, forms, isZoned ? forms : forms.first(s_utcForms), read_value).run();
 }
 
 }  // namespace

@@ -98,6 +98,19 @@ inline void write(char* out, std::uint64_t value, unsigned digits) noexcept {
     impl::store(out + digits - 8, impl::eight_characters(static_cast<std::uint32_t>(value % s_hundredMillion)));
 }
 
+/// Writes a fraction of billionths without its trailing zeros: "5" for 500000000, "0" for 0.
+///
+/// Out      `out`: room for nine digits; those behind the written ones may change too.
+/// Returns  digits written, 1 to 9.
+inline unsigned write_fraction(char* out, std::uint32_t billionths) noexcept {
+    constexpr std::uint32_t lastEight = s_hundredMillion;  // divisions in 64 bits are slow on win32
+    const std::uint64_t last = impl::eight_characters(billionths % lastEight);
+    out[0] = static_cast<char>('0' + billionths / lastEight);
+    impl::store(out + 1, last);
+    // The last digit lies in the highest byte.
+    return 9 - static_cast<unsigned>(std::countl_zero(last ^ 0x3030303030303030)) / 8;
+}
+
 /// Reads `count` digits, 1 to `s_safeDigits`.
 ///
 /// Returns  false when one of them is no digit; `value` is then meaningless.

@@ -5,6 +5,8 @@
 
 #include <ace/Time_Value.h>
 
+#include <string>
+
 namespace nqcore {
 
 // The values stand in the header; defined here, and not `constexpr` there, so that the Windows library exports them.
@@ -25,6 +27,8 @@ constinit const MonotonicTimeBase MonotonicTimeBase::zero{RelativeTime(RelativeT
 constinit const MonotonicTimeBase MonotonicTimeBase::min_time{RelativeTime(RelativeTime::TIMEVALUE_MIN)};
 constinit const MonotonicTimeBase MonotonicTimeBase::max_time{RelativeTime(RelativeTime::TIMEVALUE_MAX)};
 constinit const MonotonicTimeBase MonotonicTimeBase::infinite{RelativeTime(RelativeTime::TIMEVALUE_INFINITE)};
+
+std::string MonotonicTimeBase::as_string() const { return RelativeTime(m_value).as_string(); }
 
 namespace impl {
 

@@ -1,6 +1,5 @@
 #include "nqcore/scheduler.h"
 
-#include "duration_param.h"
 #include "nqcore/error_code.h"
 #include "nqcore/error_composer.h"
 #include "platform/timer_period.h"
@@ -37,7 +36,7 @@ SchedulerLatency::SchedulerLatency(RelativeTime latency, impl::TimerPeriodServic
     : m_latency(latency), m_service(service) {
     const unsigned result = m_service.begin(latency.as_win32_timeout());
     if (result != 0) {
-        s_notSet.compose(impl::duration_param(latency), result)
+        s_notSet.compose(latency.as_string(), result)
             .throw_error(error::nqcore_hardware_timeError,
                          s_source.here("nqcore::SchedulerLatency::SchedulerLatency()"));
     }

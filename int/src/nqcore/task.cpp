@@ -1,6 +1,5 @@
 #include "nqcore/task.h"
 
-#include "duration_param.h"
 #include "nqcore/error_composer.h"
 #include "nqcore/monotonic_time.h"
 
@@ -39,7 +38,7 @@ ErrorInfo::Ptr task_not_executed_error(const void* task, const SourceLocation& l
 }
 
 ErrorInfo::Ptr task_expired_error(const void* task, const RelativeTime& overtime, const SourceLocation& location) {
-    return s_expired.compose(address_text(task), duration_param(overtime))
+    return s_expired.compose(address_text(task), overtime.as_string())
         .create(error::nqcore_task_timeLimitExpired, location);
 }
 

@@ -46,18 +46,6 @@ constexpr bool is_digit(char c) noexcept { return c >= '0' && c <= '9'; }
 
 constexpr char ascii_upper(char c) noexcept { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
 
-constexpr bool equals_upper(std::string_view text, std::string_view upperCase) noexcept {
-    if (text.size() != upperCase.size()) {
-        return false;
-    }
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        if (ascii_upper(text[i]) != upperCase[i]) {
-            return false;
-        }
-    }
-    return true;
-}
-
 // The number that the whole of `digits` is; false when one is not a digit.
 constexpr bool read_digits(std::string_view digits, unsigned& value) noexcept {
     value = 0;
@@ -200,7 +188,7 @@ private:
 // The general way: everything that the rules allow, and every error.
 RefCountPtr<const ErrorInfo> parse_by_rules(std::string_view text, AbsoluteTime& out) {
     if (text.size() < s_shortestDateTime) {
-        if (!equals_upper(text, "##INFINITE##") && !equals_upper(text, "INF")) {
+        if (!impl::is_infinite_text(text)) {
             return create_text_error(s_invalidText, text);
         }
         out.set_infinite();

@@ -2,8 +2,8 @@
 #include "nqcore/utc_text.h"
 
 #include "calendar_math.h"
+#include "decimal_digits.h"
 
-#include <bit>
 #include <cstring>
 #include <string>
 
@@ -31,27 +31,6 @@ constexpr DigitPairs s_digitPairs;
 
 void write_pair(char* at, unsigned value) noexcept { std::memcpy(at, s_digitPairs.text + 2 * value, 2); }
 
-// The decimal digits of a number below 10^8 as bytes, the first in the lowest: split by 10000, by 100 and by 10, all
-// lanes at once.
-std::uint64_t eight_digits(unsigned value) noexcept {
-    const std::uint64_t fours = value / 10'000 | std::uint64_t{value % 10'000} << 32;
-    const std::uint64_t hundreds = (fours * 5243 >> 19) & 0x0000'007F'0000'007Fu;
-    const std::uint64_t twos = hundreds | (fours - 100 * hundreds) << 16;
-    const std::uint64_t tens = (twos * 103 >> 10) & 0x000F'000F'000F'000Fu;
-    return tens | (twos - 10 * tens) << 8;
-}
-
-// One to nine digits, without trailing zeros; nine bytes are written in any case.
-unsigned write_fraction(char* at, unsigned nanosecond) noexcept {
-    static_assert(std::endian::native == std::endian::little);
-    const std::uint64_t digits = eight_digits(nanosecond % 100'000'000);
-    const std::uint64_t text = digits | 0x3030'3030'3030'3030u;
-    at[0] = static_cast<char>('0' + nanosecond / 100'000'000);
-    std::memcpy(at + 1, &text, sizeof text);
-    const auto zeroBits = static_cast<unsigned>(std::countl_zero(digits));  // the last digit lies in the highest byte
-    return 9 - zeroBits / 8;
-}
-
 // Date, `separator`, time with fraction, `suffix` (0 for none), and a NUL after it. Returns the length.
 unsigned write_instant(char* out, std::int64_t ns, char separator, char suffix) noexcept {
     const calendar::DayAndTime split = calendar::split_instant(ns);
@@ -70,7 +49,7 @@ unsigned write_instant(char* out, std::int64_t ns, char separator, char suffix) 
     out[16] = ':';
     write_pair(out + 17, clock.second);
     out[19] = '.';
-    const unsigned length = 20 + write_fraction(out + 20, clock.nanosecond);
+    const unsigned length = 20 + decimal::write_fraction(out + 20, clock.nanosecond);
     out[length] = suffix;
     out[length + (suffix != 0 ? 1 : 0)] = '\0';
     return length + (suffix != 0 ? 1 : 0);

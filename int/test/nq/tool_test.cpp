@@ -48,6 +48,45 @@ const ToolCase s_cases[] = {
     {"time --from s 9223372037", 1, "", "error.nqcore.absoluteTime.range"},
     {"time --from ns 1x", 1, "", "error.nqcore.string.extraction"},
     {"time --from x 1", 2, "", "error.nq.usage"},
+    {"time --from zoned --utc --local --offset --zoned 2020-01-01T12:00:00-05:30 2020-01-01T12:00:00Z", 0,
+     "2020-01-01 12:00:00.0\t2020-01-01 12:00:00.0-05:30\t-05:30\t2020-01-01 06:30:00.0\n"
+     "2020-01-01 12:00:00.0\t2020-01-01 12:00:00.0Z\t+00:00\t2020-01-01 12:00:00.0\n"},
+    {"time --from zoned 2020-01-01T12:00:00+02:00", 0,
+     "UTC          2020-01-01 12:00:00.0\n"
+     "ISO 8601     2020-01-01T12:00:00.0Z\n"
+     "components   year 2020, month 1, day 1, hour 12, minute 0, second 0, nanosecond 0, Wednesday\n"
+     "Julian day   2458850\n"
+     "Julian date  2458850\n"
+     "nanoseconds  1577880000000000000\n"
+     "zoned        2020-01-01 12:00:00.0+02:00\n"
+     "offset       +02:00\n"
+     "local time   2020-01-01 14:00:00.0\n"},
+    {"time --from zoned --json --offset --local 2020-01-01T12:00:00+13:00 inf", 0,
+     "{\"offset\":-660,\"local\":\"2020-01-02 01:00:00.0\"}\n{\"offset\":0,\"local\":\"##INFINITE##\"}\n"},
+    {"time --brief --from zoned --local 2020-01-01T12:00:00+02:60 inf+02", 1, "",
+     "nq: Minutes in timezone must be 0...59: \"2020-01-01T12:00:00+02:60\" "
+     "[error.nqcore.simpleDateTime.invalidString]\n"},
+    {"time --utc 2020-01-01T12:00:00+02:00", 1, "", "time must be UTC, no timezone offset"},
+    {"duration 1h2m3.5s PT0.25S", 0,
+     "duration     1h 2m 3.5s\n"
+     "ISO 8601     PT1H2M3.5S\n"
+     "nanoseconds  3723500000000\n"
+     "seconds      3723.5\n"
+     "\n"
+     "duration     250.0ms\n"
+     "ISO 8601     PT0.25S\n"
+     "nanoseconds  250000000\n"
+     "seconds      0.25\n"},
+    {"duration --seconds --iso -- -1.000000001s INF 60s -9223372036.854775808s", 0,
+     "-PT1.000000001S\t-1.000000001\nP999999DT23H59M59.999999999S\tinf\nPT1M\t60\n"
+     "-P106751DT23H47M16.854775808S\t-9223372036.854775808\n"},
+    {"duration --json 1.5ms inf", 0,
+     "{\"human\":\"1.5ms\",\"iso\":\"PT0.0015S\",\"ns\":1500000,\"seconds\":0.0015}\n"
+     "{\"human\":\"##INFINITE##\",\"iso\":\"P999999DT23H59M59.999999999S\",\"ns\":9223372036854775807,"
+     "\"seconds\":null}\n"},
+    {"duration --brief --ns 1H 7ns P1Y", 1, "7\n",
+     "nq: Invalid value in time string \"1H\", length=2 [error.nqcore.relativeTime.invalidTimeString]\n"},
+    {"duration --weeks 1", 2, "", "error.nq.usage"},
     {"error list error.nqcore.cast.valueTooBig", 0,
      "nqcore_cast_valueTooBig                 error.nqcore.cast.valueTooBig\n"
      "nqcore_cast_valueTooBig_signReversal    error.nqcore.cast.valueTooBig.signReversal\n"},
@@ -135,7 +174,7 @@ TEST(Tool, Files) {
 
 TEST(Tool, HelpEverywhere) {
     for (const char* const command :
-         {"", "scrub ", "time ", "utf8 ", "utf8 check ", "utf8 to-utf16 ", "error ", "error show "}) {
+         {"", "scrub ", "time ", "duration ", "utf8 ", "utf8 check ", "utf8 to-utf16 ", "error ", "error show "}) {
         const Answer answer = run(words_of(command + std::string("--help")));
         EXPECT_EQ(answer.exitCode, 0);
         EXPECT_NE(answer.out.find("Usage: nq"), std::string::npos) << answer.out;

@@ -4,6 +4,8 @@
 #include <ace/Recursive_Thread_Mutex.h>
 #include <ace/Timer_Heap.h>
 #include <gtest/gtest.h>
+
+#include <string>
 #include <type_traits>
 
 namespace nqcore {
@@ -62,6 +64,8 @@ TEST(MonotonicTime, SpecialValues) {
     EXPECT_EQ(MonotonicTime(AbsoluteTime::infinite), time);
     time.set_nsec(0x5'00000003);
     EXPECT_EQ(time.hash(), 6u);
+    EXPECT_EQ(mono(61'000'000'000).as_string(), "1m 01.0s");
+    EXPECT_EQ(MonotonicTimeBase::infinite.as_string(), "##INFINITE##");
     EXPECT_EQ(std::hash<MonotonicTime>()(time), 6u);
     time.set_infinite();
     EXPECT_TRUE(time.is_infinite());

@@ -80,9 +80,9 @@ TEST(SingleUseTask, RunsOnceOrSaysWhyNot) {
 
 TEST(TaskErrors, Texts) {
     const void* const address = reinterpret_cast<const void*>(std::size_t{0xABC});
-    EXPECT_THAT(impl::task_expired_error(address, RelativeTime::infinite, s_location),
-                AllOf(HasMessage("The deadline for executing the task at 0x00000abc expired ##INFINITE## ago."),
-                      HasParam("address", "0x00000abc")));
+    EXPECT_THAT(impl::task_expired_error(address, RelativeTime::milliseconds(1500), s_location),
+                AllOf(HasMessage("The deadline for executing the task at 0x00000abc expired 1.5s ago."),
+                      HasParam("address", "0x00000abc"), HasParam("overtime", "1.5s")));
 }
 
 /// Notes who was signalled with what, in order; may throw.

@@ -193,7 +193,7 @@ concept TimeCount = std::is_integral_v<Type> && !std::is_same_v<std::remove_cv_t
 /// A signed duration in nanoseconds.
 ///
 /// Range    about 292 years either way. Infinite means without limit, and is positive.
-/// Errors   none: arithmetic wraps round.
+/// Errors   none, except where text is read: arithmetic wraps round.
 class NQCORE_API RelativeTime : public impl::TimeBase {
 public:
     static const RelativeTime zero;
@@ -221,6 +221,25 @@ public:
         return RelativeTime(scaled(count, NANOSECONDS_IN_ONE_MICROSECOND));
     }
     [[nodiscard]] static constexpr RelativeTime nanoseconds(std::int64_t count) noexcept { return RelativeTime(count); }
+
+    /// Reads a duration: "1d 2h 3m 4.5s", "1h30m", "-250ms", "P1DT2H3M4.5S", "INF", "##INFINITE##".
+    ///
+    /// Fields d, h, m, s, ms, us and ns follow each other in any order, with or without blanks between them, and add
+    /// up; a last number without a unit counts nothing. ISO 8601 has weeks, days, hours, minutes and seconds, in either
+    /// case, each with a fraction; years and months only as 0. What lies below a nanosecond is dropped; empty text is
+    /// zero.
+    ///
+    /// Range    more than `max_time`, or less than `min_time`, gives infinite.
+    /// Errors   "error.nqcore.relativeTime.invalidTimeString", with the whole text as "timeString".
+    [[nodiscard]] static RelativeTime from_string(const std::string& text);
+    [[nodiscard]] static RelativeTime from_string(std::string_view text);
+    /// In       ends at the NUL; null counts as empty.
+    [[nodiscard]] static RelativeTime from_string(const char* text);
+    /// Out      `out`: left alone on failure.
+    /// Returns  null, or the error.
+    [[nodiscard]] static RefCountPtr<const ErrorInfo> from_string_nothrow(const std::string& text, RelativeTime& out);
+    [[nodiscard]] static RefCountPtr<const ErrorInfo> from_string_nothrow(std::string_view text, RelativeTime& out);
+    [[nodiscard]] static RefCountPtr<const ErrorInfo> from_string_nothrow(const char* text, RelativeTime& out);
 
     constexpr RelativeTime() noexcept = default;
     /// In       nanoseconds.
@@ -259,6 +278,15 @@ public:
         milliseconds == 0xFFFFFFFFu ? set_infinite() : set_msec(milliseconds);
     }
 
+    /// "1d 2h 3m 4.5s", "1m 01.0s", "2.5s", "1.5ms", "1.001us", "1000ns", "-2.0s", "##INFINITE##".
+    ///
+    /// Seconds stand alone up to 60 s, minutes up to 3600 s, hours up to 86400 s, and a smaller unit up to 1000 of it:
+    /// a unit begins above one of it, not at one ("60.0s", "60m 00.0s", "1000.0us").
+    /// Cost     an allocation for more than 15 characters; see nqcore/duration_text.h for none.
+    [[nodiscard]] std::string as_string() const;
+    /// "P1DT2H3M4.5S", "PT1M30S", "-PT2S", "PT0S"; infinite is "P999999DT23H59M59.999999999S".
+    [[nodiscard]] std::string as_iso8601_string() const;
+
     /// Infinite stays infinite, and `min_time` stays `min_time`.
     [[nodiscard]] constexpr RelativeTime operator-() const noexcept {
         return is_infinite() ? *this : RelativeTime(difference(0, m_value));
@@ -284,7 +312,22 @@ public:
         return a.m_value <=> b.m_value;
     }
 
+    /// Writes `as_string`.
+    friend NQCORE_API std::ostream& operator<<(std::ostream& stream, RelativeTime duration);
+
 private:
+    // Reads the field of the human form at `position`, which moves behind it. A value beyond 2^63 - 1 is its low 64 bits.
+    [[nodiscard]] static RefCountPtr<const ErrorInfo> field_from_string(std::string_view text, const char*& position,
+                                                                        std::int64_t& value);
+    // Reads what follows the "P" at `position`.
+    [[nodiscard]] static RefCountPtr<const ErrorInfo> parse_iso8601_duration(std::string_view text,
+                                                                             const char* position,
+                                                                             std::uint64_t& value);
+    // Adds (whole + numerator / denominator) units, without what lies below a nanosecond. The total stops at the highest
+    // number. In: a unit of whole seconds, below 2^50; a fraction up to 1 whose denominator is a power of ten up to 10^18.
+    static void add_time_value_of_unit(std::uint64_t& total, std::uint64_t unitNanoseconds, std::uint64_t whole,
+                                       std::uint64_t fractionNumerator, std::uint64_t fractionDenominator) noexcept;
+
     [[nodiscard]] static constexpr RelativeTime seconds_in_32_bits(long count, std::int32_t unit) noexcept {
         const std::uint32_t product = static_cast<std::uint32_t>(count) * static_cast<std::uint32_t>(unit);
         return RelativeTime(scaled(static_cast<std::int32_t>(product), NANOSECONDS_IN_ONE_SECOND));

@@ -47,6 +47,8 @@ public:
     [[nodiscard]] constexpr bool is_infinite() const noexcept { return m_value == RelativeTime::TIMEVALUE_INFINITE; }
     /// As `RelativeTime::hash`.
     [[nodiscard]] constexpr std::uint32_t hash() const noexcept { return RelativeTime(m_value).hash(); }
+    /// The time since the line's origin, as `RelativeTime::as_string` writes it.
+    [[nodiscard]] std::string as_string() const;
 
 protected:
     constexpr MonotonicTimeBase() noexcept = default;
