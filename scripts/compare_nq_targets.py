@@ -6,6 +6,7 @@ compare_nq_targets.py [LINUX_PROGRAM WIN32_PROGRAM]     (default: those of build
 Standard output, standard error and exit code must agree with each other, and the exit code with what is expected.
 Only the speed in the reports of `nq scrub` is left out. Prints each difference; status 1 when there is any.
 """
+import base64
 import os
 import pathlib
 import random
@@ -115,6 +116,18 @@ CASES = [
     (0, ["utf8", "from-utf16", "--bom", "wide_be.txt", "wide.txt"], b""),
     (1, ["utf8", "from-utf16", "half.txt"], b""),
     (1, ["utf8", "from-utf16", "--brief", "odd.txt"], b""),
+    (0, ["encode", "--help"], b""),
+    (0, ["decode", "--help"], b""),
+    (0, ["encode", "--base64", "random.bin"], b""),
+    (0, ["encode", "--base32", "-w", "0", "random.bin"], b""),
+    (0, ["encode", "--hex"], random_bytes(3, 300_001)),
+    (0, ["encode", "--base64", "--unpadded", "empty.txt"], b""),
+    (2, ["encode", "random.bin"], b""),
+    (0, ["decode", "--base64"], base64.encodebytes(random_bytes(4, 1 << 20)).replace(b"\n", b"\r\n")),
+    (0, ["decode", "--base32", "--ignore-case"], base64.b32encode(random_bytes(5, 300_001)).lower()),
+    (1, ["decode", "--hex", "--strict"], random_bytes(6, 300_001).hex().encode() + b"\n"),
+    (1, ["decode", "--base64"], base64.encodebytes(random_bytes(7, 300_001)) + b"A"),
+    (1, ["decode", "--base64", "--brief", "random.bin"], b""),
     (0, ["error", "list"], b""),
     (0, ["error", "list", "error.errno", "--json"], b""),
     (0, ["error", "show", "2"], b""),

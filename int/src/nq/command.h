@@ -71,6 +71,8 @@ extern const Command s_utf8CheckCommand;
 extern const Command s_utf8RepairCommand;
 extern const Command s_toUtf16Command;
 extern const Command s_fromUtf16Command;
+extern const Command s_encodeCommand;
+extern const Command s_decodeCommand;
 extern const Command s_errorCommand;
 
 /// The root of the table.

@@ -98,6 +98,10 @@ const ToolCase s_cases[] = {
     {"error match error.a.b error.a", 0, "true\n"},
     {"error match error.ab error.a", 1, "false\n"},
     {"error match a", 2, "", "PREFIX is required"},
+    {"encode nq_tool_test.in", 2, "", "one of --base64, --base32 and --hex is required"},
+    {"encode --hex -w x nq_tool_test.in", 2, "", "--wrap takes a number of columns"},
+    {"decode --hex --base32 nq_tool_test.in", 2, "", "--base32 and --hex exclude each other"},
+    {"decode --hex nq_tool_test.in -o nq_tool_test.in", 2, "", "the output is also an input"},
     {"wash", 2, "", "error.nq.usage"},
     {"scrub /help", 1, "", "cannot open '/help'"},  // no option, on Windows either
     {"--brief scrub [a,b]", 1, "", "nq: cannot open '[a,b]' [error.nq.input]: "},
@@ -156,6 +160,23 @@ const FileCase s_fileCases[] = {
     {"\xFF\xFEz\0"s, {"utf8 from-utf16 nq_tool_test.in", 1, "", "at offset 0"}},
     {"a\0\0\xD8"s, {"utf8 from-utf16 nq_tool_test.in", 1, "a", "at offset 2 (line 1, column 2)"}},
     {"a\0b"s, {"utf8 from-utf16 nq_tool_test.in", 1, "a", "at offset 2 (line 1, column 2)"}},
+    {"foobar", {"encode --base32 nq_tool_test.in", 0, "MZXW6YTBOI======\n"}},
+    {"foobar", {"encode --base64 --wrap 0 nq_tool_test.in", 0, "Zm9vYmFy"}},
+    {"foobar", {"encode --hex -w 5 nq_tool_test.in", 0, "666f6\nf6261\n72\n"}},
+    {"foobar", {"encode --hex -w 6 nq_tool_test.in", 0, "666f6f\n626172\n"}},
+    {"fo", {"encode --base64 --unpadded nq_tool_test.in", 0, "Zm8\n"}},
+    {"", {"encode --base64 nq_tool_test.in", 0, ""}},
+    {"Zm9v\r\nYg\n==\n", {"decode --base64 nq_tool_test.in", 0, "foob"}},
+    {"-_-_\n", {"decode --base64 nq_tool_test.in", 0, "\xFB\xFF\xBF"}},
+    {"666F6f\n", {"decode --hex --strict nq_tool_test.in", 1, "foo", "at offset 6 (line 1, column 7)"}},
+    {"666", {"decode --hex nq_tool_test.in", 1, "f", "at offset 3 (line 1, column 4)"}},
+    {"Zm8", {"decode --base64 nq_tool_test.in", 1, "", "error.nqcore.transforms.base64.truncated"}},
+    {"Zm8", {"decode --base64 --unpadded nq_tool_test.in", 0, "fo"}},
+    {"mzxw6ytb", {"decode --base32 --ignore-case nq_tool_test.in", 0, "fooba"}},
+    {"MZXW6YTB\nMY=Y",
+     {"decode --base32 --brief nq_tool_test.in", 1, "fooba",
+      "nq: invalid base-32 in 'nq_tool_test.in' at offset 12 (line 2, column 4) [error.nq.text]: Encountered "
+      "non-padding character in padding of base-32 sequence [error.nqcore.transforms.base32.padding]\n"}},
     {"2026-11-01 12:34:56 4111111111111111 \xFF\r\n",
      {"scrub --quiet nq_tool_test.in", 0, "2026-11-01T12:34:56.0Z 41111-------1111 ?\r\n"}},
     {"x\n", {"scrub nq_tool_test.in", 0, "x\n", "lines             1\nbytes             2 in, 2 out\n"}},
@@ -173,8 +194,8 @@ TEST(Tool, Files) {
 }
 
 TEST(Tool, HelpEverywhere) {
-    for (const char* const command :
-         {"", "scrub ", "time ", "duration ", "utf8 ", "utf8 check ", "utf8 to-utf16 ", "error ", "error show "}) {
+    for (const char* const command : {"", "scrub ", "time ", "duration ", "utf8 ", "utf8 check ", "utf8 to-utf16 ",
+                                      "encode ", "decode ", "error ", "error show "}) {
         const Answer answer = run(words_of(command + std::string("--help")));
         EXPECT_EQ(answer.exitCode, 0);
         EXPECT_NE(answer.out.find("Usage: nq"), std::string::npos) << answer.out;

@@ -44,6 +44,7 @@
 #include "nqcore/task.h"
 #include "nqcore/thread_sync.h"
 #include "nqcore/transfer_source.h"
+#include "nqcore/transforms.h"
 #include "nqcore/ucsutil.h"
 #include "nqcore/utc_text.h"
 #include "nqcore/version.h"
