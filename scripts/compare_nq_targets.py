@@ -15,6 +15,7 @@ import select
 import subprocess
 import sys
 import tempfile
+import uuid
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 WINE_RUN = ROOT / "scripts/win32/wine-run"
@@ -39,7 +40,10 @@ def random_log(seed, size):
     return result
 
 
+UUIDS = b"".join(str(uuid.UUID(bytes=random_bytes(seed, 16), version=seed % 5 + 1)).encode() + b"\n" for seed in range(500))
+
 FILES = {
+    "uuids.txt": UUIDS,
     "sample.log": (ROOT / "examples/logs/sample.log").read_bytes(),
     "gr\u00f6\u00dfe \u6771\u4eac.log": CARD,
     "bad.txt": b"ab\n\xc3\xa9x\xe2\x82",
@@ -135,6 +139,19 @@ CASES = [
     (2, ["error", "show", "99999999999"], b""),
     (0, ["error", "match", "error.a.b", "error.a"], b""),
     (1, ["error", "match", "error.ab", "error.a"], b""),
+    (0, ["uuid", "--help"], b""),
+    (0, ["uuid", "new", "-n", "0"], b""),
+    (2, ["uuid", "new", "-n", "x"], b""),
+    (1, ["uuid", "new", "--time", "x"], b""),
+    (0, ["uuid", "show", "c232ab00-9414-11ec-b3c8-9f6bdeced846", "00000000-0000-c000-8000-074294967295"], b""),
+    (1, ["uuid", "show", "--json"], b"{017F22E2-79B0-7CC3-98C4-DC0C0C07398F}\r\n\n00000000000000000000000000000000\nx"),
+    (0, ["uuid", "sort", "--by", "bytes", "--unique", "uuids.txt", "uuids.txt"], b""),
+    (0, ["uuid", "sort", "--by", "time", "--format", "braced"], UUIDS),
+    (1, ["uuid", "sort", "bad.txt"], b""),
+    (0, ["hash", "--json", "random.bin", "-", "empty.txt"], b"hello"),
+    (0, ["hash", "--seed", "4294967295", "--text", "gr\u00f6\u00dfe", ""], b""),
+    (2, ["hash", "--seed", "4294967296"], b""),
+    (1, ["hash", "missing.log"], b""),
 ]
 # The same on both systems only where errno numbers have the same meaning.
 CASES += [(0, ["error", "show", "--brief", str(number)], b"") for number in (0, 1, 11, 12, 13, 21, 22, 28, 32, 10054)]

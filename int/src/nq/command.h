@@ -74,6 +74,8 @@ extern const Command s_fromUtf16Command;
 extern const Command s_encodeCommand;
 extern const Command s_decodeCommand;
 extern const Command s_errorCommand;
+extern const Command s_uuidCommand;
+extern const Command s_hashCommand;
 
 /// The root of the table.
 extern const Command s_nqCommand;

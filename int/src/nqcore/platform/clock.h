@@ -28,4 +28,12 @@ namespace nqcore::platform {
 /// Counts of `counter` per second; constant while the system runs.
 [[nodiscard]] std::int64_t counter_frequency() noexcept;
 
+/// Milliseconds from an origin of its own, modulo 2^32.
+///
+/// Units    steps of the system's timer interrupt.
+[[nodiscard]] std::uint32_t tick_count_ms() noexcept;
+
+/// The processor's own counter: fast and fine, but nobody promises its unit or that processors agree.
+[[nodiscard]] std::uint64_t time_stamp() noexcept;
+
 }  // namespace nqcore::platform

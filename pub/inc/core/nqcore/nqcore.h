@@ -22,6 +22,8 @@
 #include "nqcore/interface_ptr.h"
 #include "nqcore/lifetime.h"
 #include "nqcore/monotonic_time.h"
+#include "nqcore/murmur_hash.h"
+#include "nqcore/random.h"
 #include "nqcore/refcount_guard.h"
 #include "nqcore/refcounted.h"
 #include "nqcore/result.h"
@@ -47,6 +49,7 @@
 #include "nqcore/transforms.h"
 #include "nqcore/ucsutil.h"
 #include "nqcore/utc_text.h"
+#include "nqcore/uuid.h"
 #include "nqcore/version.h"
 #include "nqcore/weak_ref_ptr.h"
 

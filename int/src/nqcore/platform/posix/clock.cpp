@@ -23,4 +23,10 @@ std::int64_t counter() noexcept { return now_ns(CLOCK_MONOTONIC_RAW); }
 
 std::int64_t counter_frequency() noexcept { return 1'000'000'000; }
 
+std::uint32_t tick_count_ms() noexcept {
+    return static_cast<std::uint32_t>(now_ns(CLOCK_MONOTONIC_COARSE) / 1'000'000);
+}
+
+std::uint64_t time_stamp() noexcept { return __builtin_ia32_rdtsc(); }
+
 }  // namespace nqcore::platform

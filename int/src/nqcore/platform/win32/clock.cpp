@@ -35,4 +35,8 @@ std::int64_t counter_frequency() noexcept {
     return frequency.QuadPart;
 }
 
+std::uint32_t tick_count_ms() noexcept { return GetTickCount(); }
+
+std::uint64_t time_stamp() noexcept { return __builtin_ia32_rdtsc(); }
+
 }  // namespace nqcore::platform

@@ -1,0 +1,99 @@
+// A forked child has numbers of its own, and is not stopped by a lock that a thread held when it was forked.
+#include "nqcore/random.h"
+#include "nqcore/uuid.h"
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <atomic>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace nqcore {
+namespace {
+
+constexpr std::size_t s_count = 64;
+
+struct Drawn {
+    std::array<Uuid, s_count> random;
+    std::array<Uuid, s_count> sequential;
+};
+
+Drawn draw() {
+    Drawn drawn;
+    for (std::size_t i = 0; i < s_count; ++i) {
+        drawn.random[i] = Uuid::create_random();
+        drawn.sequential[i] = Uuid::create_sequential();
+    }
+    return drawn;
+}
+
+// What a child draws; false when it did not end well.
+bool draw_in_child(Drawn& drawn) {
+    int ends[2];
+    if (pipe(ends) != 0) {
+        return false;
+    }
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(20);
+        const Drawn mine = draw();
+        const bool done = write(ends[1], &mine, sizeof mine) == static_cast<ssize_t>(sizeof mine);
+        _exit(done ? 0 : 1);
+    }
+    close(ends[1]);
+    const bool complete = child > 0 && read(ends[0], &drawn, sizeof drawn) == static_cast<ssize_t>(sizeof drawn);
+    close(ends[0]);
+    int status = -1;
+    return waitpid(child, &status, 0) == child && complete && status == 0;
+}
+
+// Of sequential UUIDs what does not come from the clock and the counter.
+std::string tail_of(const Uuid& uuid) { return uuid.as_string(Uuid::format_plain).substr(16, 12); }
+
+TEST(Fork, ChildrenHaveNumbersOfTheirOwn) {
+    std::vector<Drawn> all{draw()};
+    for (int child = 0; child < 4; ++child) {
+        ASSERT_TRUE(draw_in_child(all.emplace_back()));
+    }
+    all.push_back(draw());
+    std::set<Uuid> values;
+    std::set<std::string> tails;
+    for (const Drawn& drawn : all) {
+        values.insert(drawn.random.begin(), drawn.random.end());
+        values.insert(drawn.sequential.begin(), drawn.sequential.end());
+        tails.insert(tail_of(drawn.sequential[0]));
+    }
+    EXPECT_EQ(values.size(), all.size() * 2 * s_count);
+    EXPECT_EQ(tails.size(), 5u);  // the parent keeps its own
+    EXPECT_EQ(tail_of(all.front().sequential[0]), tail_of(all.back().sequential[0]));
+}
+
+TEST(Fork, BusyThreadsDoNotStopAChild) {
+    std::atomic<bool> stop = false;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 2; ++i) {
+        threads.emplace_back([&stop] {
+            while (!stop) {
+                static_cast<void>(Uuid::create_sequential());
+                static_cast<void>(random_int());
+            }
+        });
+    }
+    for (int i = 0; i < 50; ++i) {
+        Drawn drawn;
+        EXPECT_TRUE(draw_in_child(drawn));
+    }
+    stop = true;
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+}
+
+}  // namespace
+}  // namespace nqcore

@@ -1,0 +1,156 @@
+// The state of sequential UUIDs over a clock and random numbers of the test's, and the rows of the text kernel.
+#include "uuid_sequence.h"
+
+#include "kernel_test_support.h"
+#include "kernels/uuid_hex.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <random>
+#include <set>
+#include <string>
+#include <string_view>
+
+namespace nqcore::impl {
+namespace {
+
+// Draws 0x11111111, 0x22222222 and so on.
+std::uint32_t s_drawn = 0;
+std::uint32_t draw() { return 0x11111111u * ++s_drawn; }
+
+class Sequence : public testing::Test {
+protected:
+    Sequence() { s_drawn = 0; }
+
+    UuidSequence::Place at(std::int64_t now) { return m_sequence.next(now, draw); }
+    std::string text_at(std::int64_t now) { return UuidSequence::uuid_at(at(now)).as_string(Uuid::format_plain); }
+
+    UuidSequence m_sequence;
+};
+
+TEST_F(Sequence, FollowsTheClock) {
+    // Time without its lowest byte, seed, tail and counter after each reading of the clock.
+    const struct {
+        const char* what;
+        std::int64_t now;
+        std::uint32_t seed, tail;
+        std::uint16_t counter;
+    } rows[] = {
+        {"first", 0x1000, 0x11111111, 0x22222222, 1},
+        {"stands still", 0x1000, 0x11111111, 0x22222222, 2},
+        {"moves below what is kept", 0x10FF, 0x11111111, 0x22222222, 3},
+        {"goes back below what is kept", 0x1001, 0x11111111, 0x22222222, 4},
+        {"moves on", 0x1100, 0x11111111, 0x22222222, 1},
+        {"goes back", 0x10FF, 0x33333333, 0x44444444, 1},
+        {"moves on again", 0x1100, 0x33333333, 0x44444444, 1},
+        {"before 1970", -1, 0x55555555, 0x66666666, 1},
+    };
+    for (const auto& row : rows) {
+        const UuidSequence::Place place = at(row.now);
+        EXPECT_EQ(place.time, row.now) << row.what;
+        EXPECT_EQ(place.seed, row.seed) << row.what;
+        EXPECT_EQ(place.tail, row.tail) << row.what;
+        EXPECT_EQ(place.counter, row.counter) << row.what;
+    }
+}
+
+TEST_F(Sequence, CarriesTheCounterIntoTheTail) {
+    for (unsigned count = 1; count < 0x10000; ++count) {
+        ASSERT_EQ(at(0x1000).counter, count);
+    }
+    const UuidSequence::Place wrapped = at(0x1000);
+    EXPECT_EQ(wrapped.counter, 0);
+    EXPECT_EQ(wrapped.tail, 0x22222223u);
+    EXPECT_EQ(at(0x1000).counter, 1);
+    EXPECT_EQ(at(0x2000).tail, 0x22222223u);  // stays
+}
+
+TEST_F(Sequence, BuildsTheBytes) {
+    const UuidSequence::Place place{0x0123'4567'89AB'CDEF, 0xAABBCCDD, 0x01020304, 0x0506};
+    unsigned char bytes[16];
+    static_cast<void>(UuidSequence::uuid_at(place).write_binary(bytes));
+    const unsigned char expected[] = {0x01, 0x23, 0x45, 0x67, 0x89, 0xAB, 0xCD, 0xD0,
+                                      0x8D, 0xCC, 0x01, 0x02, 0x03, 0x04, 0x05, 0x06};
+    EXPECT_EQ(std::string(bytes, bytes + 16), std::string(expected, expected + 16));
+}
+
+// The tail's bytes are those of the drawn word in memory, and grow from the last one.
+TEST_F(Sequence, TailIsTheDrawnWordInMemoryOrder) {
+    const auto drawRising = [] { return std::uint32_t{0x04030201}; };
+    const UuidSequence::Place place = m_sequence.next(0x1000, drawRising);
+    EXPECT_EQ(place.tail, 0x01020304u);
+}
+
+TEST_F(Sequence, DrawsAgainAfterAFork) {
+    static_cast<void>(at(0x1000));
+    m_sequence.forget();
+    const UuidSequence::Place place = at(0x1000);
+    EXPECT_EQ(place.seed, 0x33333333u);
+    EXPECT_EQ(place.tail, 0x44444444u);
+    EXPECT_EQ(place.counter, 2);
+}
+
+TEST_F(Sequence, FailedDrawChangesNothing) {
+    static_cast<void>(at(0x2000));
+    const auto fail = []() -> std::uint32_t { throw 1; };
+    EXPECT_THROW(static_cast<void>(m_sequence.next(0x1000, fail)), int);
+    EXPECT_EQ(at(0x2000).counter, 2);
+}
+
+// Steps of the clock that are finer than what is kept, coarser, none, and backwards.
+TEST_F(Sequence, IsDistinctWhateverTheClockDoes) {
+    std::mt19937 random(4);
+    const auto drawRandom = [] {
+        static std::mt19937 source(5);
+        return static_cast<std::uint32_t>(source());
+    };
+    std::int64_t now = 1'600'000'000'000'000'000;
+    std::set<std::string> seen;
+    constexpr std::size_t count = 400'000;
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::int64_t steps[] = {0, 1, 7, 100, 255, 256, 15'625'000, -1, -300};
+        // Mostly still, so that the counter wraps now and then.
+        now += i % 90'000 < 70'000 ? 0 : steps[random() % std::size(steps)];
+        seen.insert(UuidSequence::uuid_at(m_sequence.next(now, drawRandom)).as_string());
+    }
+    EXPECT_EQ(seen.size(), count);
+}
+
+// ---------------------------------------------------------------------------------------------------- text kernel
+
+TEST(UuidTextKernels, WriteWhatTheTemplatesSay) {
+    kernels::for_each_usable(kernels::uuid_text_kernels(), [](const kernels::UuidTextKernel& kernel) {
+        std::mt19937 random(6);
+        for (int i = 0; i < 2000; ++i) {
+            unsigned char bytes[16];
+            for (unsigned char& byte : bytes) {
+                byte = static_cast<unsigned char>(random());
+            }
+            const auto number = [&bytes](int first, int count) {  // most significant byte first
+                unsigned value = 0;
+                for (int at = first; at < first + count; ++at) {
+                    value = value << 8 | bytes[at];
+                }
+                return value;
+            };
+            const auto reversed = [&bytes](int first, int count) {
+                unsigned value = 0;
+                for (int at = first + count; at-- > first;) {
+                    value = value << 8 | bytes[at];
+                }
+                return value;
+            };
+            char expected[40];
+            std::snprintf(expected, sizeof expected, "%08x-%04x-%04x-%04x-%04x%08x", reversed(0, 4), reversed(4, 2),
+                          reversed(6, 2), number(8, 2), number(10, 2), number(12, 4));
+            kernels::Exact<char> text(36);
+            kernel.write_hyphenated(bytes, text.begin());
+            ASSERT_EQ(std::string_view(text.begin(), 36), expected);
+        }
+    });
+}
+
+}  // namespace
+}  // namespace nqcore::impl
