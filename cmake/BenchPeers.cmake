@@ -15,6 +15,7 @@ set(NQCORE_PEERS_source_string qt)
 set(NQCORE_PEERS_transforms absl_strings openssl oath)
 set(NQCORE_PEERS_uuid qt libuuid boost poco)
 set(NQCORE_PEERS_murmur_hash libmurmurhash)
+set(NQCORE_PEERS_object_key boost qt)
 
 # Peers that pkg-config knows; Boost's part is headers only and needs nothing.
 set(peer_package_simdjson simdjson)

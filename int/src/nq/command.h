@@ -73,6 +73,7 @@ extern const Command s_toUtf16Command;
 extern const Command s_fromUtf16Command;
 extern const Command s_encodeCommand;
 extern const Command s_decodeCommand;
+extern const Command s_dumpCommand;
 extern const Command s_errorCommand;
 extern const Command s_uuidCommand;
 extern const Command s_hashCommand;

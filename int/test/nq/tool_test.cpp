@@ -107,6 +107,9 @@ const ToolCase s_cases[] = {
     {"--brief scrub [a,b]", 1, "", "nq: cannot open '[a,b]' [error.nq.input]: "},
     {"utf8 repair --replacement \xC3\xA9", 2, "", "--replacement takes one ASCII"},
     {"utf8 to-utf16 --be --le -", 2, "", "exclude each other"},
+    {"dump --reverse --skip 1", 2, "", "go with dumping"},
+    {"dump --length 1x", 2, "", "--length takes a number of bytes"},
+    {"dump --length -1", 2, "", "error.nq.usage"},
     {"scrub nq_tool_test.in -o nq_tool_test.in", 2, "", "the output is also an input"},
     {"scrub nq_no_such_file -o nq_no_such_file", 2, "", "also an input"},
     {"scrub --jobs 257 nq_tool_test.in", 2, "", "--jobs takes a number from 0 to 256, not '257'"},
@@ -177,6 +180,24 @@ const FileCase s_fileCases[] = {
      {"decode --base32 --brief nq_tool_test.in", 1, "fooba",
       "nq: invalid base-32 in 'nq_tool_test.in' at offset 12 (line 2, column 4) [error.nq.text]: Encountered "
       "non-padding character in padding of base-32 sequence [error.nqcore.transforms.base32.padding]\n"}},
+    {"0123456789abcdef\x7F\n",
+     {"dump nq_tool_test.in", 0,
+      "00000000: 30 31 32 33 34 35 36 37 38 39 61 62 63 64 65 66 : 0123456789abcdef\n"
+      "00000010: 7f 0a                                           : \x7F.\n"}},
+    {"0123456789abcdef\x7F\n",
+     {"dump --skip 0xf --length 2 nq_tool_test.in", 0,
+      "0000000f: 66 7f                                           : f\x7F\n"}},
+    {"ab",
+     {"dump --length 3 nq_tool_test.in nq_tool_test.in", 0,
+      "00000000: 61 62 61                                        : aba\n"}},
+    {"ab", {"dump --skip 9 nq_tool_test.in", 0, ""}},
+    {"", {"dump nq_tool_test.in", 0, ""}},
+    {"00000ff0: 30 31 : whatever\r\n000000000FF2: 4A4b 00  \n", {"dump -r nq_tool_test.in", 0, "01JK\0"s}},
+    {"", {"dump --reverse nq_tool_test.in", 0, ""}},
+    {"0: 30 31\n3: 32",
+     {"dump -r nq_tool_test.in", 1, "01",
+      "line 2 of 'nq_tool_test.in' begins at 0x00000003 where 0x00000002 should follow"}},
+    {"0: 30 3", {"dump -r nq_tool_test.in", 1, "", "line 1 of 'nq_tool_test.in' is no line of a hex dump (column 8)"}},
     {"2026-11-01 12:34:56 4111111111111111 \xFF\r\n",
      {"scrub --quiet nq_tool_test.in", 0, "2026-11-01T12:34:56.0Z 41111-------1111 ?\r\n"}},
     {"x\n", {"scrub nq_tool_test.in", 0, "x\n", "lines             1\nbytes             2 in, 2 out\n"}},
@@ -194,8 +215,9 @@ TEST(Tool, Files) {
 }
 
 TEST(Tool, HelpEverywhere) {
-    for (const char* const command : {"", "scrub ", "time ", "duration ", "utf8 ", "utf8 check ", "utf8 to-utf16 ",
-                                      "encode ", "decode ", "uuid ", "uuid new ", "hash ", "error ", "error show "}) {
+    for (const char* const command :
+         {"", "scrub ", "time ", "duration ", "utf8 ", "utf8 check ", "utf8 to-utf16 ", "encode ", "decode ", "dump ",
+          "uuid ", "uuid new ", "hash ", "error ", "error show "}) {
         const Answer answer = run(words_of(command + std::string("--help")));
         EXPECT_EQ(answer.exitCode, 0);
         EXPECT_NE(answer.out.find("Usage: nq"), std::string::npos) << answer.out;

@@ -5,6 +5,7 @@
 // testing/error_matchers.h (GoogleTest).
 #pragma once
 
+#include <string>
 #include "nqcore/abs_rel_time.h"
 #include "nqcore/async_result.h"
 #include "nqcore/atomic_op.h"
@@ -23,6 +24,7 @@
 #include "nqcore/lifetime.h"
 #include "nqcore/monotonic_time.h"
 #include "nqcore/murmur_hash.h"
+#include "nqcore/object_key.h"
 #include "nqcore/random.h"
 #include "nqcore/refcount_guard.h"
 #include "nqcore/refcounted.h"
@@ -39,6 +41,7 @@
 #include "nqcore/source_location.h"
 #include "nqcore/source_string.h"
 #include "nqcore/static_instance.h"
+#include "nqcore/streamers.h"
 #include "nqcore/string_range.h"
 #include "nqcore/string_to.h"
 #include "nqcore/string_trace_data.h"
@@ -52,5 +55,3 @@
 #include "nqcore/uuid.h"
 #include "nqcore/version.h"
 #include "nqcore/weak_ref_ptr.h"
-
-#include <string>

@@ -34,6 +34,17 @@ public:
     [[nodiscard]] bool has_refs() const noexcept { return __atomic_load_n(&m_count, __ATOMIC_ACQUIRE) != 0; }
     [[nodiscard]] bool is_unique() const noexcept { return __atomic_load_n(&m_count, __ATOMIC_ACQUIRE) == 1; }
 
+    /// Returns  false when the count is 0, and leaves it so.
+    bool increment_unless_zero() noexcept {
+        std::int32_t seen = __atomic_load_n(&m_count, __ATOMIC_RELAXED);
+        while (seen != 0) {
+            if (__atomic_compare_exchange_n(&m_count, &seen, seen + 1, true, __ATOMIC_RELAXED, __ATOMIC_RELAXED)) {
+                return true;
+            }
+        }
+        return false;
+    }
+
     /// Several references at once, in one instruction.
     void add(int references) noexcept { __atomic_add_fetch(&m_count, references, __ATOMIC_RELAXED); }
     /// Returns  true when the count became 0.
@@ -53,6 +64,9 @@ public:
     bool decrement() noexcept { return --m_count == 0; }
     [[nodiscard]] bool has_refs() const noexcept { return m_count != 0; }
     [[nodiscard]] bool is_unique() const noexcept { return m_count == 1; }
+
+    /// Returns  false when the count is 0, and leaves it so.
+    bool increment_unless_zero() noexcept { return m_count != 0 && ++m_count != 0; }
 
     /// Several references at once.
     void add(int references) noexcept { m_count += references; }
@@ -111,7 +125,7 @@ public:
     [[nodiscard]] bool has_unique_ref() const noexcept { return m_refs.is_unique(); }
 
 protected:
-    RefCounted() noexcept : m_refs(0) {}
+    constexpr RefCounted() noexcept : m_refs(0) {}
     // A copy is a new object: its count starts again.
     RefCounted(const RefCounted&) noexcept : m_refs(0) {}
     RefCounted& operator=(const RefCounted&) noexcept { return *this; }
@@ -119,6 +133,10 @@ protected:
     /// Called once, when the count falls to zero; deletes the object. Override to recycle or to defer.
     virtual void destroy() { delete this; }
     virtual ~RefCounted() = default;
+
+    /// For a table that holds no reference itself: adds one for a RefCountPtr that takes it over, unless the count is 0,
+    /// for an object whose `destroy` has begun or is about to. The table sees to it that the memory is still there.
+    [[nodiscard]] bool try_add_ref() const noexcept { return m_refs.increment_unless_zero(); }
 
 private:
     template <class T>
@@ -159,7 +177,7 @@ public:
     /// Adopts `object`, adding a reference.
     RefCountPtr(T* object) noexcept : m_object(safe_add_ref(object)) {}
     /// Adopts `object`; with `addRef` false it takes over a reference that the caller already holds.
-    RefCountPtr(T* object, bool addRef) noexcept : m_object(addRef ? safe_add_ref(object) : object) {}
+    constexpr RefCountPtr(T* object, bool addRef) noexcept : m_object(addRef ? safe_add_ref(object) : object) {}
     RefCountPtr(const RefCountPtr& other) noexcept : m_object(safe_add_ref(other.m_object)) {}
     RefCountPtr(RefCountPtr&& other) noexcept : m_object(other.detach()) {}
     RefCountPtr(TransferSource<RefCountPtr> source) noexcept : m_object(source.take().detach()) {}
@@ -248,7 +266,7 @@ public:
     }
 
 private:
-    static T* safe_add_ref(T* object) noexcept {
+    static constexpr T* safe_add_ref(T* object) noexcept {
         if (object != nullptr) {
             object->add_ref();
         }

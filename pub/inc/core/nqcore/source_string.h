@@ -19,6 +19,8 @@
 
 namespace nqcore {
 
+class StringKey;
+
 /// A text of at most 2147483647 bytes, by reference or in a shared block. Any bytes, NUL too.
 ///
 /// Two fields: the text, never null; and one word that is both length and storage kind:
@@ -71,6 +73,12 @@ public:
     /// keeps `data` alive, so that its file offsets stay known. Null gives the empty string.
     explicit SourceString(const StringTraceData::Ptr& data);
 
+    /// A copy of the key's text that keeps the key interned, with the key's trace data. The null key gives the empty
+    /// string.
+    ///
+    /// Errors   `std::bad_alloc`.
+    explicit SourceString(const StringKey& key);
+
     constexpr SourceString(const SourceString& other) noexcept : m_text(other.m_text), m_length(other.word()) {
         if (is_dynamic(m_length)) {
             clone_dynamic();
@@ -113,6 +121,12 @@ public:
     void assign(const char* text, Flag isStatic) {
         *this = SourceString(text, isStatic);
     }
+    template <class Key>
+        requires(std::is_same_v<Key, StringKey>)  // so that `= {}` means the empty string
+    SourceString& operator=(const Key& key) {
+        return *this = SourceString(key);
+    }
+    void assign(const StringKey& key) { *this = SourceString(key); }
     void assign(const char* text, unsigned length, bool isStatic) { *this = SourceString(text, length, isStatic); }
     void clear() noexcept { *this = SourceString(); }
     void swap(SourceString& other) noexcept {

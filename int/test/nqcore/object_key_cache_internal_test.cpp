@@ -1,0 +1,144 @@
+// The cache itself: growth, colliding hashes, removal, threads, and the end of the object manager.
+#include "object_key_cache.h"
+
+#include "nqcore/object_key.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <atomic>
+#include <cstddef>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <unordered_set>
+#include <vector>
+
+namespace nqcore {
+namespace {
+
+using impl::g_stringKeys;
+using impl::ObjectKeyCache;
+
+std::string name_of(int number) { return "key number " + std::to_string(number); }
+
+// The null key has no cache, so a first one opens it.
+struct KeyCache : testing::Test {
+    KeyCache() { static_cast<void>(StringKey::from_string("open")); }
+    ~KeyCache() override { EXPECT_EQ(g_stringKeys.census().tokens, 0u) << "the last key takes the text along"; }
+};
+
+TEST_F(KeyCache, GrowsAndShrinksWithItsKeys) {
+    constexpr int count = 300'000;  // enough for some texts to have the same hash
+    std::unordered_set<std::uint32_t> hashes;
+    std::vector<StringKey> keys;
+    for (int i = 0; i < count; ++i) {
+        hashes.insert(impl::string_key_hash(name_of(i)));
+        keys.push_back(StringKey::from_string(name_of(i)));
+    }
+    EXPECT_LT(hashes.size(), static_cast<std::size_t>(count)) << "no collision: the walk past one is not tested";
+    EXPECT_EQ(g_stringKeys.census().tokens, static_cast<std::size_t>(count));
+    const std::size_t chains = g_stringKeys.census().chains;
+    EXPECT_GE(chains, static_cast<std::size_t>(count) / 2);
+    EXPECT_EQ(std::unordered_set<StringKey>(keys.begin(), keys.end()).size(), keys.size());
+    for (int i = 0; i < count; i += 7) {
+        ASSERT_EQ(StringKey::from_string(name_of(i)), keys[static_cast<std::size_t>(i)]);
+    }
+    // In another order than they came.
+    for (std::size_t i = 0; i < keys.size(); i += 2) {
+        keys[i].clear();
+    }
+    for (int i = 0; i < count; i += 13) {
+        ASSERT_EQ(StringKey::from_string(name_of(i)) == keys[static_cast<std::size_t>(i)], i % 2 == 1);
+    }
+    keys.clear();
+    EXPECT_LT(g_stringKeys.census().chains, chains / 64);
+}
+
+// Spread over two threads so that searches, insertions and removals of the same keys meet in every order.
+TEST_F(KeyCache, TwoThreadsInternAndDropTheSameKeys) {
+    constexpr int rounds = 1'000'000;
+    constexpr int names = 3;
+    std::atomic<int> arrived{0};
+    std::atomic<int> faults{0};
+    const auto work = [&](int start) {
+        ++arrived;
+        while (arrived < 2) {
+            std::this_thread::yield();
+        }
+        std::string texts[names];
+        for (int i = 0; i < names; ++i) {
+            texts[i] = name_of(i);
+        }
+        for (int i = start; i < rounds + start; ++i) {
+            const std::string& text = texts[i % names];
+            const StringKey key = StringKey::from_string(text);
+            const StringKey again = StringKey::from_string(text);
+            faults += key == again && key.value() == text ? 0 : 1;
+        }
+    };
+    std::thread other(work, 0);
+    work(1);
+    other.join();
+    EXPECT_EQ(faults, 0);
+}
+
+TEST_F(KeyCache, ThreadsFillItTogether) {
+    constexpr int count = 20'000;
+    std::vector<StringKey> keys[3];
+    std::vector<std::thread> threads;
+    for (auto& mine : keys) {
+        threads.emplace_back([&mine] {
+            for (int i = 0; i < count; ++i) {
+                mine.push_back(StringKey::from_string(name_of(i)));
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(g_stringKeys.census().tokens, static_cast<std::size_t>(count));
+    EXPECT_TRUE(keys[0] == keys[1] && keys[1] == keys[2]);
+}
+
+TEST_F(KeyCache, ThreadsMakeOneTextOfAUniqueKey) {
+    for (int round = 0; round < 300; ++round) {
+        const ObjectKey key = ObjectKey::create_unique();
+        std::atomic<int> arrived{0};
+        std::string texts[2];
+        const auto read = [&](std::string& text) {
+            ++arrived;
+            while (arrived < 2) {
+                std::this_thread::yield();
+            }
+            text = key.text();
+        };
+        std::thread other([&] { read(texts[1]); });
+        read(texts[0]);
+        other.join();
+        ASSERT_EQ(texts[0], texts[1]);
+        ASSERT_EQ(texts[0], key.text());
+    }
+}
+
+TEST_F(KeyCache, KeysOutliveIt) {
+    StringKey early = StringKey::from_string("early");
+    StringKey copy = early;
+    g_stringKeys.close();
+    g_stringKeys.close();
+    EXPECT_EQ(g_stringKeys.census().tokens, 0u);
+    const auto refused =
+        testing::ThrowsMessage<std::logic_error>("nqcore::impl::ObjectKeyCache not constructed or already destroyed");
+    EXPECT_THAT([] { static_cast<void>(StringKey::from_string("late")); }, refused);
+    EXPECT_THAT([] { static_cast<void>(StringKey::from_string("early")); }, refused);
+    EXPECT_TRUE(StringKey::from_string("").is_null()) << "asks no cache";
+    early.clear();
+    EXPECT_EQ(copy.value(), "early");
+    copy.clear();  // the sanitizer sees whether this was freed, and once
+
+    ObjectKeyCache never;
+    EXPECT_THAT([&] { static_cast<void>(never.intern<impl::StringKeyToken>(std::string_view("x"), 1)); }, refused);
+    g_stringKeys.open();
+}
+
+}  // namespace
+}  // namespace nqcore
