@@ -8,13 +8,12 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <functional>
 #include <set>
 #include <stdexcept>
 #include <string>
-#include <string_view>
 #include <thread>
 #include <utility>
-#include <vector>
 
 namespace {
 
@@ -50,8 +49,7 @@ struct Outcome {
     ErrorInfo::Ptr error;
 };
 
-Outcome scrub(nq::ChunkScrubber& workers, nq::ByteSource& source, nq::Output& out,
-              RelativeTime time = RelativeTime::seconds(1)) {
+Outcome scrub(nq::ChunkScrubber& workers, nq::ByteSource& source, nq::Output& out, RelativeTime time) {
     nq::Progress progress(out, false, 0, {});
     nq::ScrubWindows windows(workers, out, progress, {.pieces = 4, .time = time, .pieceBytes = s_lineBytes});
     Outcome outcome;
@@ -68,6 +66,12 @@ Outcome scrub(nq::ChunkScrubber& workers, nq::ByteSource& source, nq::Output& ou
 Outcome scrub(nq::ChunkScrubber& workers, nq::ByteSource& source, RelativeTime time = RelativeTime::seconds(1)) {
     nq::Output out(s_outName);
     return scrub(workers, source, out, time);
+}
+
+Outcome scrub_lines(int count, nq::ChunkScrubber& workers, RelativeTime time = RelativeTime::seconds(1)) {
+    const std::string text = lines(count);
+    TextSource source(text);
+    return scrub(workers, source, time);
 }
 
 void expect_failure(const Outcome& outcome, const char* code, int linesBefore) {
@@ -89,39 +93,26 @@ TEST(ScrubWindows, OrderIsThatOfTheInput) {
         nq::ChunkWorkers::scrub_piece(piece, report);
         ++done;
     });
-    const std::string text = lines(50);
-    TextSource source(text);
-    const Outcome outcome = scrub(workers, source);
+    const Outcome outcome = scrub_lines(50, workers);
     EXPECT_TRUE(outcome.error.is_null());
-    EXPECT_EQ(outcome.text, text);
+    EXPECT_EQ(outcome.text, lines(50));
     EXPECT_EQ(outcome.report.lines(), 50u);
 }
 
 TEST(ScrubWindows, ErrorOfAWorkerIsTheErrorOfTheRun) {
     nq::ChunkWorkers workers(3, [](Piece& piece, nq::ScrubReport& report) {
-        if (number_of(piece) >= 13) {
-            throw std::runtime_error("worker " + std::to_string(number_of(piece)));
-        }
-        nq::ChunkWorkers::scrub_piece(piece, report);
+        const int number = number_of(piece);
+        number < 13 ? nq::ChunkWorkers::scrub_piece(piece, report)
+                    : throw std::runtime_error("worker " + std::to_string(number));
     });
-    const std::string text = lines(40);
-    TextSource source(text);
-    const Outcome outcome = scrub(workers, source);
+    const Outcome outcome = scrub_lines(40, workers);
     expect_failure(outcome, "error.exception", 13);
     EXPECT_NE(outcome.error->expanded_message().as_string().find("worker 13"), std::string::npos);
-}
-
-// What is thrown need not be an exception that the worker knows: the handler goes with the task.
-TEST(ScrubWindows, WorkerThatLosesItsHandlerIsAnError) {
-    nq::ChunkWorkers workers(2, [](Piece& piece, nq::ScrubReport& report) {
-        if (number_of(piece) == 6) {
-            throw 6;
-        }
-        nq::ChunkWorkers::scrub_piece(piece, report);
+    // What is thrown need not be an exception that the worker knows: the handler goes with the task.
+    nq::ChunkWorkers throwing(2, [](Piece& piece, nq::ScrubReport& report) {
+        number_of(piece) == 6 ? throw 6 : nq::ChunkWorkers::scrub_piece(piece, report);
     });
-    const std::string text = lines(40);
-    TextSource source(text);
-    expect_failure(scrub(workers, source), "error.nqcore.result.notSignaled", 6);
+    expect_failure(scrub_lines(40, throwing), "error.nqcore.result.notSignaled", 6);
 }
 
 // Answers at once, but for one line that it never answers.
@@ -150,9 +141,7 @@ private:
 
 TEST(ScrubWindows, DeadlineThatPassesIsAnError) {
     Forgetful workers(9);
-    const std::string text = lines(40);
-    TextSource source(text);
-    const Outcome outcome = scrub(workers, source, RelativeTime::milliseconds(20));
+    const Outcome outcome = scrub_lines(40, workers, RelativeTime::milliseconds(20));
     expect_failure(outcome, "error.nq.work", 8);  // the window that holds line 9 begins with line 8
     ASSERT_FALSE(outcome.error->nested().is_null());
     EXPECT_TRUE(outcome.error->nested()->matches("error.errno.ETIME"));
@@ -161,74 +150,56 @@ TEST(ScrubWindows, DeadlineThatPassesIsAnError) {
 
 TEST(ScrubWindows, MemoryDoesNotGrowWithTheInput) {
     Forgetful workers(-1);
-    const std::string text = lines(2000);
-    TextSource source(text);
-    EXPECT_EQ(scrub(workers, source).text, text);
+    EXPECT_EQ(scrub_lines(2000, workers).text, lines(2000));
     EXPECT_LE(workers.seen.size(), 2u * 4u + 1u);
 }
 
-// Gives a text line by line, never has the next one ready, and looks what has been written when it is asked to wait.
-class SlowSource final : public nq::ByteSource {
+// Reads as it is told.
+class FakeSource final : public nq::ByteSource {
 public:
-    explicit SlowSource(std::vector<std::string> texts) : m_texts(std::move(texts)) {}
-
-    std::size_t read(char* buffer, std::size_t capacity) override {
-        const std::size_t whole = m_given.rfind('\n') + 1;
-        EXPECT_EQ(content_of(s_outName), m_given.substr(0, whole));
-        if (m_next == m_texts.size()) {
-            return 0;
-        }
-        const std::size_t count = m_texts[m_next].copy(buffer, capacity);
-        m_given += m_texts[m_next++].substr(0, count);
-        return count;
-    }
-    bool is_ready_within(int) override { return false; }
+    using Read = std::function<std::size_t(char* buffer, std::size_t capacity)>;
+    explicit FakeSource(Read how, bool isReady = true) : m_read(std::move(how)), m_isReady(isReady) {}
+    std::size_t read(char* buffer, std::size_t capacity) override { return m_read(buffer, capacity); }
+    bool is_ready_within(int) override { return m_isReady; }
 
 private:
-    std::vector<std::string> m_texts;
-    std::size_t m_next = 0;
-    std::string m_given;
+    Read m_read;
+    bool m_isReady;
 };
 
 TEST(ScrubWindows, NothingIsHeldBackWhenTheInputPauses) {
+    const std::string texts[] = {"one\n", "two\nthr", "e", "e\nfour\nfive\n", "six"};
+    const std::string* next = texts;
+    std::string given;
+    const auto look_and_read = [&](char* buffer, std::size_t capacity) -> std::size_t {
+        EXPECT_EQ(content_of(s_outName), given.substr(0, given.rfind('\n') + 1));
+        if (next == std::end(texts)) {
+            return 0;
+        }
+        given += *next;
+        return (next++)->copy(buffer, capacity);
+    };
     nq::ChunkWorkers workers(3);
-    SlowSource source({"one\n", "two\nthr", "e", "e\nfour\nfive\n", "six"});
+    FakeSource source(look_and_read, false);
     EXPECT_EQ(scrub(workers, source).text, "one\ntwo\nthree\nfour\nfive\nsix");
 }
-
-class FailingSource final : public nq::ByteSource {
-public:
-    explicit FailingSource(std::string_view text, std::size_t mostAtOnce) : m_text(text, mostAtOnce) {}
-    std::size_t read(char* buffer, std::size_t capacity) override {
-        const std::size_t count = m_text.read(buffer, capacity);
-        if (count == 0) {
-            nqcore::throw_error(nq::error::input, "fails", NQCORE_HERE);
-        }
-        return count;
-    }
-
-private:
-    TextSource m_text;
-};
 
 TEST(ScrubWindows, WhatWasReadBeforeAFailureIsWritten) {
     nq::ChunkWorkers workers(3);
     const std::string text = lines(10);
     // Also when the failure comes while a piece is being filled.
     for (const std::size_t mostAtOnce : {s_lineBytes, s_lineBytes / 2, s_lineBytes / 2 + 1}) {
-        FailingSource source(text, mostAtOnce);
+        TextSource good(text, mostAtOnce);
+        FakeSource source([&good](char* buffer, std::size_t capacity) {
+            const std::size_t count = good.read(buffer, capacity);
+            if (count == 0) {
+                nqcore::throw_error(nq::error::input, "fails", NQCORE_HERE);
+            }
+            return count;
+        });
         expect_failure(scrub(workers, source), "error.nq.input", 10);
     }
 }
-
-class EndlessSource final : public nq::ByteSource {
-public:
-    std::size_t read(char* buffer, std::size_t capacity) override {
-        ++reads;
-        return line(reads).copy(buffer, capacity);
-    }
-    int reads = 0;
-};
 
 TEST(ScrubWindows, FailureToWriteEndsTheRun) {
     int file = -1;
@@ -236,19 +207,20 @@ TEST(ScrubWindows, FailureToWriteEndsTheRun) {
     nq::Output out(file, "a file that is open for reading");
     static std::atomic<int> begun;
     begun = 0;
-    EndlessSource source;
+    int reads = 0;
+    FakeSource endless([&reads](char* buffer, std::size_t capacity) { return line(++reads).copy(buffer, capacity); });
     {
         nq::ChunkWorkers workers(2, [](Piece& piece, nq::ScrubReport& report) {
             ++begun;
             nq::ChunkWorkers::scrub_piece(piece, report);
         });
-        const Outcome outcome = scrub(workers, source, out);
+        const Outcome outcome = scrub(workers, endless, out, RelativeTime::seconds(1));
         ASSERT_FALSE(outcome.error.is_null());
         EXPECT_TRUE(outcome.error->matches("error.nq.output"));
     }
     EXPECT_EQ(nq::platform::close_file(file), 0);
-    EXPECT_LE(source.reads, 2 * 4 + 1);
-    EXPECT_LE(begun, source.reads);
+    EXPECT_LE(reads, 2 * 4 + 1);
+    EXPECT_LE(begun, reads);
 }
 
 }  // namespace

@@ -55,37 +55,25 @@ struct Outcome {
 
 /// The errors of each thread, which name it.
 struct Errors {
-    Errors() {
-        for (unsigned i = 0; i < s_threads; ++i) {
-            of[i] = record("error.stress");
-        }
-    }
-    [[nodiscard]] int owner(const ErrorInfo::Ptr& error) const {
-        for (unsigned i = 0; i < s_threads; ++i) {
-            if (of[i] == error) {
-                return static_cast<int>(i);
-            }
-        }
-        return s_nobody;
-    }
     [[nodiscard]] Outcome outcome(const ErrorInfo::Ptr& error) const {
-        if (impl::result_was_cancelled(error)) {
-            return {owner(error->nested()), Outcome::cancelled};
-        }
-        const int by = owner(error);
-        return {by, by == s_nobody ? Outcome::dropped : Outcome::error};
+        const bool isCancelled = impl::result_was_cancelled(error);
+        const auto found = std::ranges::find(of, isCancelled ? error->nested() : error);
+        const int by = found == std::end(of) ? s_nobody : static_cast<int>(found - of);
+        return {by, isCancelled ? Outcome::cancelled : by == s_nobody ? Outcome::dropped : Outcome::error};
     }
-    ErrorInfo::Ptr of[s_threads];
+    const ErrorInfo::Ptr of[s_threads] = {record(), record(), record()};
 };
 
 /// Not atomic: what an observer notes must be visible to whoever sees the future ready.
 struct Observer : IFutureObserver<Value>, RefCounted<AtomicRefCount> {
     explicit Observer(const Errors& known) : errors(known) { ++s_live; }
     ~Observer() override { --s_live; }
-    void on_future_error(const ErrorInfo::Ptr& error) override { note(errors.outcome(error)); }
-    void on_future_value(const Value& value) override { note({value.by, Outcome::value}); }
-    void note(Outcome outcome) {
-        told = outcome;
+    void on_future_error(const ErrorInfo::Ptr& error) override {
+        told = errors.outcome(error);
+        ++times;
+    }
+    void on_future_value(const Value& value) override {
+        told = {value.by, Outcome::value};
         ++times;
     }
     const Errors& errors;
@@ -108,18 +96,26 @@ struct Part {
 };
 
 struct Race {
-    Future<Value> future{nullptr};
+    Race() {
+        const RefCountPtr<AsyncResult<Value>> handler = result_future(future).create_async_handler();
+        for (Part& part : parts) {
+            part.handler = handler;
+        }
+    }
+    const Future<Value> future;
     Part parts[s_threads];
     std::atomic<unsigned> arrived{0};
 };
 
-/// Where all threads wait for each other, again and again.
+/// Where all threads wait for each other, again and again; the last one to come does some work meanwhile.
 class Meeting {
 public:
-    void arrive_and_wait() {
+    template <class Work>
+    void arrive_and_wait(Work work) {
         const std::lock_guard lock(m_mutex);
         const unsigned round = m_round;
         if (++m_arrived == s_threads) {
+            work();
             m_arrived = 0;
             ++m_round;
             m_condition.broadcast();
@@ -139,52 +135,31 @@ private:
 class Schedule {
 public:
     void run() {
+        std::uint64_t first = 0;
+        const auto check_batch = [&] {
+            for (unsigned i = 0; i < s_batch; ++i) {
+                SCOPED_TRACE(testing::Message() << "seed " << m_seed << ", race " << first + i);
+                check(m_batch[i]);
+            }
+            first += s_batch;
+            m_batch = std::vector<Race>(s_batch);
+        };
+        Meeting batchEnd;
         std::vector<unsigned> threads{0, 1, 2};
-        run_on_threads(threads, [this](unsigned thread) {
-            for (std::uint64_t first = 0; first < m_races && !m_failed; first += s_batch) {
-                if (thread == 0) {
-                    prepare();
-                }
-                m_meeting.arrive_and_wait();
+        run_on_threads(threads, [&](unsigned thread) {
+            while (first < m_races && !testing::Test::HasFailure()) {
                 for (unsigned i = 0; i < s_batch; ++i) {
                     take_part(m_batch[i], thread, mixed(m_seed + (first + i) * s_threads + thread));
                 }
-                m_meeting.arrive_and_wait();
-                if (thread == 0) {
-                    for (unsigned i = 0; i < s_batch; ++i) {
-                        SCOPED_TRACE(testing::Message() << "seed " << m_seed << ", race " << first + i);
-                        check(m_batch[i]);
-                    }
-                    m_failed = testing::Test::HasFailure();
-                }
-                m_meeting.arrive_and_wait();
+                batchEnd.arrive_and_wait(check_batch);
             }
         });
-        clear();
+        m_batch.clear();
         EXPECT_EQ(Value::s_live, 0);
         EXPECT_EQ(Observer::s_live, 0);
     }
 
 private:
-    void clear() {
-        for (Race& race : m_batch) {
-            race.future = Future<Value>(nullptr);
-            std::ranges::fill(race.parts, Part());
-            race.arrived = 0;
-        }
-    }
-
-    void prepare() {
-        clear();
-        for (Race& race : m_batch) {
-            race.future = Future<Value>();
-            const RefCountPtr<AsyncResult<Value>> handler = result_future(race.future).create_async_handler();
-            for (Part& part : race.parts) {
-                part.handler = handler;
-            }
-        }
-    }
-
     // So that they race at all: one thread is rarely alone in a race that another comes to, and never waits long.
     static void meet(Race& race) {
         ++race.arrived;
@@ -233,69 +208,56 @@ private:
         };
         switch (action) {
             case 0:
-                claim(future.set_value(Value(self)), Outcome::value);
-                break;
+                return claim(future.set_value(Value(self)), Outcome::value);
             case 1:
-                claim(future.set(error), Outcome::error);
-                break;
+                return claim(future.set(error), Outcome::error);
             case 2:
-                claim(future.cancel(error), Outcome::cancelled);
-                break;
+                return claim(future.cancel(error), Outcome::cancelled);
             case 3:
-                through_handler(Outcome::value,
-                                [&](AsyncResult<Value>& it) { it.on_async_result_success(Value(self)); });
-                break;
+                return through_handler(Outcome::value, [&](auto& it) { it.on_async_result_success(Value(self)); });
             case 4:
-                through_handler(Outcome::error, [&](AsyncResult<Value>& it) { it.on_async_result_error(error); });
-                break;
+                return through_handler(Outcome::error, [&](auto& it) { it.on_async_result_error(error); });
             case 5:
-                through_handler(Outcome::cancelled, [&](AsyncResult<Value>& it) { it.cancel(true, error); });
-                break;
+                return through_handler(Outcome::cancelled, [&](auto& it) { it.cancel(true, error); });
             case 6:
-                through_handler(Outcome::cancelled,
-                                [&](AsyncResult<Value>& it) { AsyncOpHandle(it.get_result()).cancel(true, error); });
-                break;
+                return through_handler(Outcome::cancelled,
+                                       [&](auto& it) { AsyncOpHandle(it.get_result()).cancel(true, error); });
             case 7: {
                 AnyFutureBarrier barrier;
                 barrier.push_back(future);
                 barrier.push_back(future);
                 claim(barrier.set_error_if_not_ready(error) != 0, Outcome::error);
-                look(future, part, barrier.all_ready() && barrier.wait(RelativeTime::zero));
-                break;
+                return look(future, part, barrier.all_ready() && barrier.wait(RelativeTime::zero));
             }
             case 8: {
                 AnyResultBarrier barrier;
                 barrier.push_back(part.handler->get_result());
                 barrier.push_back(ready_result(1));
-                look(future, part, barrier.wait(RelativeTime::microseconds(20)));
-                break;
+                return look(future, part, barrier.wait(RelativeTime::microseconds(20)));
             }
             case 9:
-                look(future, part, future.wait(RelativeTime::zero));
-                break;
+                return look(future, part, future.wait(RelativeTime::zero));
             case 10:
-                look(future, part, future.wait(AbsoluteTime::min_time));
-                break;
+                return look(future, part, future.wait(AbsoluteTime::min_time));
             case 11:
-                look(future, part, future.wait(AbsoluteTime(RelativeTime::microseconds(50))));
-                break;
+                return look(future, part, future.wait(AbsoluteTime(RelativeTime::microseconds(50))));
             case 12:
-                look(future, part, future.has_value() || future.has_error());
-                break;
+                return look(future, part, future.has_value() || future.has_error());
             case 13:
-                if (part.added) {
-                    part.removed |= future.remove_observer(part.observer.get());
-                    part.wrong += part.removed == (part.observer->times == 0) ? "" : "removed or told ";
-                }
-                break;
+                return part.added ? remove_observer(future, part) : void();
             default:
-                if (part.observer.is_null()) {
-                    part.observer = RefCountPtr<Observer>(new Observer(m_errors));
-                    part.added =
-                        future.add_observer(part.observer.get(), impl::FutureObserverOwner(part.observer.get()));
-                }
-                break;
+                return part.observer.is_null() ? add_observer(future, part) : void();
         }
+    }
+
+    void add_observer(Future<Value>& future, Part& part) const {
+        part.observer = RefCountPtr<Observer>(new Observer(m_errors));
+        part.added = future.add_observer(part.observer.get(), impl::FutureObserverOwner(part.observer.get()));
+    }
+
+    static void remove_observer(Future<Value>& future, Part& part) {
+        part.removed |= future.remove_observer(part.observer.get());
+        part.wrong += part.removed == (part.observer->times == 0) ? "" : "removed or told ";
     }
 
     // What a thread sees of a future that was `ready` once, it sees from then on.
@@ -346,9 +308,7 @@ private:
     const std::uint64_t m_races = number_from("NQCORE_STRESS_RACES", 20'000);
     const std::uint64_t m_seed = number_from("NQCORE_STRESS_SEED", 1);
     const Errors m_errors;
-    Race m_batch[s_batch];
-    bool m_failed = false;
-    Meeting m_meeting;
+    std::vector<Race> m_batch = std::vector<Race>(s_batch);
 };
 
 TEST(AsyncStress, EveryRaceHasOneOutcome) { Schedule().run(); }

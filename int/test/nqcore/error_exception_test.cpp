@@ -137,12 +137,11 @@ TEST(FromException, KnowsTheLibrarysOwn) {
 }
 
 // The numbers as this target's runtime has them, and the socket numbers that every target knows.
-struct ErrnoCase {
+const struct {
     int number;
     const char* name;
-    const char* message;
-};
-const ErrnoCase s_errnoCases[] = {
+    const char* message;  // null: the system's own
+} s_errnoCases[] = {
     {EAGAIN, "EAGAIN",
      "Resource temporarily unavailable or a non-blocking operation could not be completed immediately"},
     {EBUSY, "EBUSY", "Device or resource busy "},
@@ -152,27 +151,26 @@ const ErrnoCase s_errnoCases[] = {
     {10062, "ELOOP", "Cannot translate name"},
     {10067, "EPROCLIM", "Exceeded maximum number of applications using device concurrently"},
     {10068, "EUSERS", "Ran out of quota"},
+    {EDEADLK, "EDEADLK", nullptr},
+    {ENAMETOOLONG, "ENAMETOOLONG", nullptr},
+    {ENOLCK, "ENOLCK", nullptr},
+    {ENOSYS, "ENOSYS", nullptr},
+    {EILSEQ, "EILSEQ", nullptr},
+    {10036, "EINPROGRESS", nullptr},
+    {10071, "EREMOTE", nullptr},
 };
 
 TEST(FromErrno, NamesAndDescribesNumbers) {
-    for (const ErrnoCase& row : s_errnoCases) {
-        SCOPED_TRACE(row.name);
+    for (const auto& row : s_errnoCases) {
         const ErrorInfo::Ptr error = ErrorInfo::from_errno(s_location, row.number);
         EXPECT_EQ(error->code().value().as_string(), std::string("error.errno.") + row.name);
         EXPECT_EQ(error->native_code(), row.number);
-        EXPECT_EQ(error->message().view(), row.message);
-        EXPECT_EQ(errno_message(row.number).view(), row.message);
+        EXPECT_EQ(error->message(), errno_message(row.number));
+        EXPECT_TRUE(row.message == nullptr ? !error->message().empty() : error->message().view() == row.message);
     }
 }
 
 TEST(FromErrno, OddNumbers) {
-    const int numberedBySystem[] = {EDEADLK, ENAMETOOLONG, ENOLCK, ENOSYS, EILSEQ, 10036, 10071};
-    const char* const names[] = {"EDEADLK", "ENAMETOOLONG", "ENOLCK", "ENOSYS", "EILSEQ", "EINPROGRESS", "EREMOTE"};
-    for (std::size_t i = 0; i < std::size(names); ++i) {
-        const ErrorInfo::Ptr error = ErrorInfo::from_errno(s_location, numberedBySystem[i]);
-        EXPECT_EQ(error->code().value().as_string(), std::string("error.errno.") + names[i]);
-        EXPECT_FALSE(error->message().empty()) << names[i];
-    }
     EXPECT_THAT(ErrorInfo::from_errno(s_location, 10035), AllOf(HasCode(error::errno_EAGAIN), HasParam("errno", "11")));
     EXPECT_THAT(ErrorInfo::from_errno(s_location, 0),
                 AllOf(HasCode(""), HasMessage("No Error"), HasParam("errno", "0")));

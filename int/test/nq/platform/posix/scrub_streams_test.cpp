@@ -81,13 +81,12 @@ TEST(ScrubStreams, LinesComeOutAsTheyComeIn) {
             EXPECT_EQ(nq::run_tool({"scrub", "-q", "-j", jobs, s_fifo}, out, err), 0);
         });
         const int log = ::open(s_fifo, O_WRONLY | O_CLOEXEC);
-        const auto write = [&](std::string_view text) { return ::write(log, text.data(), text.size()); };
-        EXPECT_EQ(write("one\n"), 4);
-        EXPECT_EQ(read_soon(clean.ends[0]), "one\n");
-        EXPECT_EQ(write("two\nthr"), 7);
-        EXPECT_EQ(read_soon(clean.ends[0]), "two\n");
-        EXPECT_EQ(write("ee\n"), 3);
-        EXPECT_EQ(read_soon(clean.ends[0]), "three\n");
+        const std::pair<std::string_view, std::string_view> steps[] = {
+            {"one\n", "one\n"}, {"two\nthr", "two\n"}, {"ee\n", "three\n"}};
+        for (const auto& [written, shown] : steps) {
+            EXPECT_EQ(::write(log, written.data(), written.size()), ssize(written));
+            EXPECT_EQ(read_soon(clean.ends[0]), shown);
+        }
         ::close(log);
         tool.join();
     }
