@@ -15,8 +15,7 @@ constexpr const Command* s_commands[] = {
 
 constinit const Command s_nqCommand{
     .name = "nq",
-    .summary =
-        "nqcore on the command line: clean logs, read times and durations, check text, encode bytes, look up errors",
+    .summary = "nqcore on the command line: clean logs, read times, check, encode and dump bytes, make UUIDs",
     .details =
         "Exit codes: 0 done, 1 bad data (or data that cannot be read or written), 2 bad usage.\n"
         "Failures are described on standard error, with all their fields; --brief makes that one line.\n",
