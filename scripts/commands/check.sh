@@ -1,5 +1,5 @@
 # ./dev check [STEP...]: what CI adds to the tests, cheapest first. A failed step does not keep the others from running.
-all_steps="words layers format headers budget consumer memory asan replay tsan"
+all_steps="words layers format headers budget consumer memory clang asan replay tsan"
 
 check_words() {
     need_packages check || return 1
@@ -42,6 +42,12 @@ check_consumer() {
 check_memory() {
     build linux "library and tool" nqcore nq
     try_step memory "nq scrub on streams of 1 GiB stays small" "$root/scripts/check_scrub_memory.py"
+}
+
+# What `./dev fuzz` builds: another compiler reads the whole library.
+check_clang() {
+    need_packages fuzz || return 1
+    build fuzz "library and fuzz targets with clang" all
 }
 
 check_asan() {
