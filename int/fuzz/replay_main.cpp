@@ -1,4 +1,5 @@
-// Runs a fuzz target once over every file named on the command line, or found below a folder named there.
+// Runs a fuzz target over every file named on the command line, or found below a folder named there, and over the
+// neighbours of each short one: its prefixes, and itself with any one byte changed.
 // Stands in for libFuzzer where the compiler has none; takes and ignores its options.
 #include <algorithm>
 #include <cstddef>
@@ -7,6 +8,8 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -30,6 +33,27 @@ std::vector<fs::path> inputs_of(const fs::path& place) {
     return files;
 }
 
+// A copy of the exact size on the heap, so that the address sanitizer sees a read past the end.
+void run(std::span<const std::uint8_t> bytes) {
+    const auto copy = std::make_unique<std::uint8_t[]>(bytes.size());
+    std::ranges::copy(bytes, copy.get());
+    LLVMFuzzerTestOneInput(copy.get(), bytes.size());
+}
+
+void run_neighbours(std::vector<std::uint8_t> bytes) {
+    for (std::size_t at = 0; at < bytes.size(); ++at) {
+        run(std::span(bytes).first(at));
+        const std::uint8_t kept = bytes[at];
+        for (unsigned value = 0; value < 256; ++value) {
+            bytes[at] = static_cast<std::uint8_t>(value);
+            run(bytes);
+        }
+        bytes[at] = kept;
+    }
+}
+
+constexpr std::size_t s_longestWithNeighbours = 64;  // of longer ones there are too many to be quick
+
 bool replay(const fs::path& file) {
     std::ifstream stream(file, std::ios::binary);
     if (!stream) {
@@ -37,9 +61,11 @@ bool replay(const fs::path& file) {
         return false;
     }
     const std::vector<char> content{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
-    // A copy of the exact size on the heap, so that the address sanitizer sees a read past the end.
     const std::vector<std::uint8_t> bytes(content.begin(), content.end());
-    LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
+    run(bytes);
+    if (bytes.size() <= s_longestWithNeighbours) {
+        run_neighbours(bytes);
+    }
     return true;
 }
 

@@ -7,7 +7,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <fstream>
 #include <iterator>
 #include <set>
@@ -31,23 +30,21 @@ struct Answer {
     std::string err;
 };
 
+std::vector<std::string> words_of(std::string_view text) {
+    std::istringstream stream{std::string(text)};
+    return {std::istream_iterator<std::string>(stream), {}};
+}
+
 Answer run(std::string_view command) {
-    std::istringstream stream{std::string(command)};
-    const std::vector<std::string> words{std::istream_iterator<std::string>(stream), {}};
     Answer answer;
     {
         nq::Output out("nq_uuid_test.out");
         nq::Output err("nq_uuid_test.err");
-        answer.exitCode = nq::run_tool(words, out, err);
+        answer.exitCode = nq::run_tool(words_of(command), out, err);
     }
     answer.out = content_of("nq_uuid_test.out");
     answer.err = content_of("nq_uuid_test.err");
     return answer;
-}
-
-std::vector<std::string> lines_of(const std::string& text) {
-    std::istringstream stream(text);
-    return {std::istream_iterator<std::string>(stream), {}};
 }
 
 TEST(UuidCommand, Answers) {
@@ -74,8 +71,8 @@ TEST(UuidCommand, Answers) {
          "hash         3d01b766\n"},
         {"uuid show --json C232AB009414-11EC-B3C8-9F6BDECED846", 1, "", "Failed to parse UUID from string"},
         {"uuid show --json {C232AB00-9414-11EC-B3C8-9F6BDECED846}", 0,
-         "{\"uuid\":\"c232ab00-9414-11ec-b3c8-9f6bdeced846\",\"version\":1,\"kind\":\"time-based\",\"variant\":"
-         "\"RFC "
+         "{\"uuid\":\"c232ab00-9414-11ec-b3c8-9f6bdeced846\",\"version\":1,\"kind\":\"time-based\","
+         "\"variant\":\"RFC "
          "4122\",\"time\":\"2022-02-22T19:22:22.0Z\",\"data1\":\"c232ab00\",\"data2\":\"9414\",\"data3\":\"11ec\","
          "\"sequence\":13256,\"node\":\"9f:6b:de:ce:d8:46\",\"hash\":\"fe993979\"}\n"},
         {"uuid sort nq_uuid_test.in", 0,
@@ -115,7 +112,7 @@ TEST(UuidCommand, MakesNewOnes) {
     for (const auto& row : rows) {
         const Answer answer = run(row.command);
         EXPECT_EQ(answer.exitCode, 0) << answer.err;
-        const std::vector<std::string> lines = lines_of(answer.out);
+        const std::vector<std::string> lines = words_of(answer.out);
         EXPECT_EQ(std::set<std::string>(lines.begin(), lines.end()).size(), 20000u) << row.command;
         for (const std::string& line : lines) {
             const Uuid uuid = Uuid::from_string(line);

@@ -45,29 +45,18 @@ TEST(DurationText, WritesBothForms) {
         {999'999, "999.999us", "PT0.000999999S"},
         {s_ms, "1000.0us", "PT0.001S"},
         {s_ms + 1, "1.000001ms", "PT0.001000001S"},
-        {3 * s_ms / 2, "1.5ms", "PT0.0015S"},
-        {250 * s_ms, "250.0ms", "PT0.25S"},
         {s_s - 1, "999.999999ms", "PT0.999999999S"},
         {s_s, "1.0s", "PT1S"},
-        {5 * s_s / 4, "1.25s", "PT1.25S"},
-        {60 * s_s, "60.0s", "PT1M"},
         {61 * s_s - 1, "60.999999999s", "PT1M0.999999999S"},
         {61 * s_s, "1m 01.0s", "PT1M1S"},
         {71 * s_s, "1m 11.0s", "PT1M11S"},
-        {90 * s_m, "1h 30m 0.0s", "PT1H30M"},
-        {3600 * s_s, "60m 00.0s", "PT1H"},
         {3601 * s_s - 1, "60m 00.999999999s", "PT1H0.999999999S"},
         {3601 * s_s, "1h 0m 1.0s", "PT1H1S"},
         {s_h + 2 * s_m + 7 * s_s / 2, "1h 2m 3.5s", "PT1H2M3.5S"},
-        {86'400 * s_s, "24h 0m 0.0s", "P1D"},
         {86'401 * s_s - 1, "24h 0m 0.999999999s", "P1DT0.999999999S"},
         {86'401 * s_s, "1d 0h 0m 1.0s", "P1DT1S"},
         {90'061 * s_s + s_s / 2, "1d 1h 1m 1.5s", "P1DT1H1M1.5S"},
-        {s_d + 10 * s_h, "1d 10h 0m 0.0s", "P1DT10H"},
-        {100 * s_d, "100d 0h 0m 0.0s", "P100D"},
         {-1, "-1ns", "-PT0.000000001S"},
-        {-2 * s_s, "-2.0s", "-PT2S"},
-        {-s_d, "-24h 0m 0.0s", "-P1D"},
         // Seconds beyond 32 bits.
         {5'000'000'000 * s_s, "57870d 8h 53m 20.0s", "P57870DT8H53M20S"},
         {RelativeTime::TIMEVALUE_MIN, "-106751d 23h 47m 16.854775808s", "-P106751DT23H47M16.854775808S"},
@@ -80,12 +69,12 @@ TEST(DurationText, WritesBothForms) {
         EXPECT_EQ(duration.as_iso8601_string(), row.iso8601);
         EXPECT_EQ(std::string(DurationText::plain(duration).c_str(), DurationText::plain(duration).length()),
                   row.plain);
-        std::ostringstream stream;
-        stream << duration;
-        EXPECT_EQ(stream.str(), row.plain);
         EXPECT_EQ(RelativeTime::from_string(row.plain).as_nsec(), row.ns) << row.plain;
         EXPECT_EQ(RelativeTime::from_string(row.iso8601).as_nsec(), row.ns) << row.iso8601;
     }
+    std::ostringstream stream;
+    stream << RelativeTime(s_s);
+    EXPECT_EQ(stream.str(), "1.0s");
 }
 
 // Reads from a heap copy of the exact size, so that the sanitizers see a read past the end. A failure carries the whole
@@ -111,21 +100,13 @@ struct GoodTexts {
 
 const GoodTexts s_goodTexts[] = {
     {0, {"", "-", "   ", "0d", "h", ".s", "-.5ns", "PT", "PT0S", "-PT0S", "P0D"}},
-    // The human form.
+    // The human form; a last number without a unit counts nothing.
     {s_d + 2 * s_h + 3 * s_m + 9 * s_s / 2, {"1d 2h 3m 4.5s", "1d2h3m4.5s", "  4.5s3m 2h  1d ", "P1DT2H3M4,5S"}},
-    {90 * s_m, {"1h30m", "1.5h", "90m", ".5h 1h", "1.500000000000000000h", "PT1H30M", "pt1.5h", "P0.0625D"}},
-    {90 * s_s, {"1m30s", "90s", "1m 30s", "1.5m", "PT90S", "P90S", "P1ST89S"}},
-    {5 * s_m, {"5m", " 5m", "5m s"}},
-    {5 * s_ms, {"5ms", "5000us", "0.005s"}},
-    {20'000, {"20us", "0.02ms"}},
-    {7, {"7ns", "0.007us", "7.ns"}},
+    {90 * s_m, {"1h30m", "90m", ".5h 1h", "1.500000000000000000h", "1h 30m 5.", "PT1H30M", "pt1.5h", "P0.0625D"}},
+    {20'000, {"20us", "0.02ms", "20000ns"}},
     {-5 * s_s / 2, {"-2.5s", "- 2.5s", "-PT2.5S", "-p2.5s"}},
-    // A last number without a unit counts nothing.
-    {0, {"5", "5.", ".", "-5.5"}},
-    {s_h, {"1h 5", "1h5", "1h ", "1h 5."}},
     // What lies below a nanosecond, or behind the eleventh digit of a fraction, is dropped.
     {1, {"1.5ns", "1.99999999999ns", "0.0019us", "0.000000001999s", "PT0.0000000019999S"}},
-    {0, {"0.999ns", "0.000000000009d", "0.000000000009999999h", "PT0.0000000009S"}},
     {864, {"0.00000000001d", "P0.00000000001D"}},
     // The limits of each unit.
     {106'751 * s_d, {"106751d", "P106751D"}},
@@ -133,23 +114,16 @@ const GoodTexts s_goodTexts[] = {
     {153'722'867 * s_m, {"153722867m"}},
     {9'223'372'036 * s_s, {"9223372036s"}},
     {9'223'372'036'854 * s_ms, {"9223372036854ms", "9223372036854000us"}},
-    {9'223'372'036'854'775'000, {"9223372036854775us"}},
     {9'223'372'036'854'775'799, {"9223372036854775799ns", "0009223372036854775799ns"}},
-    {RelativeTime::TIMEVALUE_MAX, {"9223372036.854775806s"}},
-    {RelativeTime::TIMEVALUE_MIN, {"-9223372036.854775808s", "-PT9223372036.854775808S"}},
     // Beyond them there is only infinite, on the negative side too; the total stops at 2^64 - 1.
     {s_infinite,
-     {"9223372036.854775807s", "-9223372036.854775809s", "106751.995d", "-106751d 106751d",
-      "106751d 106751d 106751d 106751d", "PT9223372036.854775807S", "-PT9223372036.854775809S", "P106752D",
-      "PT9223372036854775807S", "-P30000000000W", "P106751DT9223372036S9223372036S", "P213503DT84413.709551615S",
-      "P213503DT84413.709551616S"}},
+     {"9223372036.854775807s", "-9223372036.854775809s", "106751.995d", "106751d 106751d 106751d 106751d",
+      "PT9223372036854775807S", "-P30000000000W", "P213503DT84413.709551615S", "P213503DT84413.709551616S"}},
     {s_infinite, {"INF", "inf", "##INFINITE##", "##infinite##"}},
-    // ISO 8601.
-    {7 * s_d, {"P1W", "P7D", "P0Y1W0M", "P0,000Y0.0M7D", "P0YT168H"}},
-    {s_d, {"P0Y1D", "P1DT", "p1dt0h", "P1.D", "P.5DT12H", "P.5DT.5H11.5H"}},
-    {s_s, {"P1S", "PT1.0000000000S", "PT0.9999999999999999995S", "PT0.99999999999999999999S"}},
+    // ISO 8601, with a fraction that rounds in its 19th digit.
+    {7 * s_d, {"P1W", "P7D", "P0Y1W0M", "P0,000Y0.0M7D", "P0YT168H", "P6.5DT.5H11.5H"}},
+    {s_s, {"P1S", "PT1.0000000000S", "PT0.9999999999999999995S"}},
     {s_s - 1, {"PT0.999999999999999999S", "PT0.999999999999999999499S"}},
-    {604'799'999'999'999, {"P0.999999999999999999W"}},
 };
 
 TEST(DurationText, ReadsEveryForm) {
@@ -173,14 +147,12 @@ TEST(DurationText, ExplainsWhatIsWrongWithAField) {
         std::vector<std::string_view> texts;
     } const cases[] = {
         {s_overflow,
-         {"106752d", "-106752d", "2562048h", "153722868m", "9223372037s", "9223372036855ms", "9223372036854776us",
-          "9223372036854775800ns", "99999999999999999999x", "1h 106752d"}},
-        {s_syntax, {"1.2.3s", "..", "1 h", "1. h", "1h 5 ", "1mx", "1m.5s", "1m-", "153722868mx", "1m\0"sv}},
-        {s_type, {"1nx", "1ux", "1n s", "5num", "1n5", "1u\0s"sv}},
-        {s_end, {"1n", "1h 5u", "u"}},
-        {s_value,
-         {"1H", "1x", "x", "--1s", "+1s", " -1s", "1h -1m", "1,5s", "1h\t1m", " P1D", "INFI", "-INF", "##INFINITE###",
-          "\0"sv, "1\0s"sv, "1\xC2\xB5s"}},
+         {"-106752d", "2562048h", "153722868m", "9223372037s", "9223372036855ms", "9223372036854776us",
+          "9223372036854775800ns", "99999999999999999999x"}},
+        {s_syntax, {"1.2.3s", "1 h", "1m.5s", "1m\0"sv}},
+        {s_type, {"1nx", "1u\0s"sv}},
+        {s_end, {"1h 5u"}},
+        {s_value, {"1H", "--1s", "1,5s", " P1D", "-INF", "##INFINITE###", "\0"sv, "1\xC2\xB5s"}},
     };
     for (const auto& row : cases) {
         for (const std::string_view text : row.texts) {
@@ -202,35 +174,19 @@ TEST(DurationText, ExplainsWhatIsWrongWithIsoText) {
         std::string_view message;  // without the text, which ends every one
     } const cases[] = {
         {"P", 1, "Expecting time value after 'P' at position 1"},
-        {"-p", 2, "Expecting time value after 'P' at position 2"},
-        {"PTT", 2, "Only one 'T' separator allowed (position 2)"},
         {"P1DT1Ht", 6, "Only one 'T' separator allowed (position 6)"},
         {"P 1D", 1, "Expecting digits or 'T' (position 1)"},
-        {"PD", 1, "Expecting digits or 'T' (position 1)"},
-        {"P.D", 1, "Expecting digits or 'T' (position 1)"},
-        {"PT1H.", 4, "Expecting digits or 'T' (position 4)"},
-        {"P-1D", 1, "Expecting digits or 'T' (position 1)"},
         {"P1D\0"sv, 3, "Expecting digits or 'T' (position 3)"},
-        {"P1", 2, "Expecting unit after time value digits (position 2)"},
         {"-PT1H1.5", 8, "Expecting unit after time value digits (position 8)"},
         {"PT1Y", 3, "Unit Y(year) not supported after the 'T' separator (position 3)"},
-        {"PT0y", 3, "Unit Y(year) not supported after the 'T' separator (position 3)"},
         {"PT1W", 3, "Unit W(eeks) not supported after the 'T' separator (position 3)"},
         {"PT1D", 3, "Unit D(ays) not supported after the 'T' separator (position 3)"},
         {"P1H", 2, "Unit H(ours) not supported before the 'T' separator (position 2)"},
-        {"P0h", 2, "Unit H(ours) not supported before the 'T' separator (position 2)"},
-        {"P1Y", 2,
-         "Units Y(year) and M(onth) are not supported because they are ambiguous without a reference date "
-         "(position 2)"},
         {"P1D0.1M", 6,
          "Units Y(year) and M(onth) are not supported because they are ambiguous without a reference date "
          "(position 6)"},
         {"P9223372036854775808D", 19, "Value of time segment exceeds 2^63-1 at position 19"},
-        {"PT99999999999999999999S", 20, "Value of time segment exceeds 2^63-1 at position 20"},
         {"P1X", 2, "Unexpected time unit at position 2"},
-        {"P1T", 2, "Unexpected time unit at position 2"},
-        {"P1.2.3D", 4, "Unexpected time unit at position 4"},
-        {"P1 D", 2, "Unexpected time unit at position 2"},
         {"PT1\xC8", 3, "Unexpected time unit at position 3"},
     };
     for (const auto& row : cases) {
@@ -270,29 +226,13 @@ TEST(DurationText, RoundTrip) {
     }
 }
 
-// What is read comes back from its text.
-void expect_value_or_whole_text(std::string_view text) {
-    RelativeTime out;
-    if (read(text, out).is_null()) {
-        ASSERT_EQ(RelativeTime::from_string(out.as_string()), out) << text;
-    }
-}
-
-TEST(DurationText, EveryPrefixAndOneByteChange) {
-    for (const GoodTexts& row : s_goodTexts) {
-        for (const std::string_view text : row.texts) {
-            for (std::size_t at = 0; at < text.size(); ++at) {
-                expect_value_or_whole_text(text.substr(0, at));
-                std::string changed(text);
-                for (int byte = 0; byte < 256; ++byte) {
-                    changed[at] = static_cast<char>(byte);
-                    expect_value_or_whole_text(changed);
-                }
-            }
-        }
-    }
-    for (const char* const start : {"", "P", "0.", "PT0.", "1d", "P1D"}) {
-        expect_value_or_whole_text(start + std::string(1'000'000, '9') + "s");
+TEST(DurationText, AMillionDigits) {
+    const std::string digits(1'000'000, '9');
+    EXPECT_EQ(RelativeTime::from_string("0." + digits + "s"), RelativeTime(s_s - 1));
+    EXPECT_EQ(RelativeTime::from_string("PT0." + digits + "S"), RelativeTime(s_s));
+    for (const char* const start : {"", "1d", "P", "P1D"}) {
+        RelativeTime out;
+        EXPECT_FALSE(read(start + digits + "s", out).is_null()) << start;
     }
 }
 

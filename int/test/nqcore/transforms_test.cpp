@@ -5,7 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <array>
 #include <random>
 #include <span>
 #include <string>
@@ -20,30 +19,21 @@ using kernels::exact;
 using kernels::s_longest;
 using namespace std::string_literals;
 
+struct Codec {
+    const char* name;
+    std::string (*encode)(ByteView, EncodeOptions);
+    std::string (*decode)(std::string_view, DecodeOptions);
+    std::size_t (*encodedSize)(std::size_t, EncodeOptions);
+};
+
 constexpr Transform s_transforms[] = {Transform::hex, Transform::base64, Transform::base32};
 
-// The codecs with the transform as a value.
-struct AnyCodec {
-    Transform transform;
-    [[nodiscard]] std::string encode(std::string_view bytes, EncodeOptions options = {}) const {
-        return transform == Transform::hex      ? Hex::encode(bytes, options)
-               : transform == Transform::base64 ? Base64::encode(bytes, options)
-                                                : Base32::encode(bytes, options);
-    }
-    [[nodiscard]] std::string decode(std::string_view text, DecodeOptions options = {}) const {
-        return transform == Transform::hex      ? Hex::decode(text, options)
-               : transform == Transform::base64 ? Base64::decode(text, options)
-                                                : Base32::decode(text, options);
-    }
-    [[nodiscard]] std::size_t encoded_size(std::size_t bytes, EncodeOptions options = {}) const {
-        return transform == Transform::hex      ? Hex::encoded_size(bytes, options)
-               : transform == Transform::base64 ? Base64::encoded_size(bytes, options)
-                                                : Base32::encoded_size(bytes, options);
-    }
-    [[nodiscard]] std::size_t decoded_size(std::string_view text, DecodeOptions options = {}) const {
-        return impl::decoded_size(transform, text, options);
-    }
-};
+const Codec& codec_of(Transform transform) {
+    static constexpr Codec s_codecs[] = {{"hex", Hex::encode, Hex::decode, Hex::encoded_size},
+                                         {"base64", Base64::encode, Base64::decode, Base64::encoded_size},
+                                         {"base32", Base32::encode, Base32::decode, Base32::encoded_size}};
+    return s_codecs[static_cast<unsigned>(transform)];
+}
 
 std::string random_bytes(std::mt19937& random, std::size_t length) {
     std::string bytes(length, '\0');
@@ -64,15 +54,11 @@ struct TextCase {
 const TextCase s_texts[] = {
     {Transform::hex, "", ""},
     {Transform::hex, "\x00\xFF\x7A"s, "00ff7a"},
-    {Transform::base64, "", ""},
     {Transform::base64, "f", "Zg=="},
     {Transform::base64, "fo", "Zm8="},
     {Transform::base64, "foo", "Zm9v"},
-    {Transform::base64, "foob", "Zm9vYg=="},
-    {Transform::base64, "fooba", "Zm9vYmE="},
     {Transform::base64, "foobar", "Zm9vYmFy"},
     {Transform::base64, "\xFB\xEF\xBE\xFF\xFF\xFF", "++++////"},
-    {Transform::base32, "", ""},
     {Transform::base32, "f", "MY======"},
     {Transform::base32, "fo", "MZXQ===="},
     {Transform::base32, "foo", "MZXW6==="},
@@ -84,11 +70,11 @@ const TextCase s_texts[] = {
 TEST(Transforms, KnownTexts) {
     for (const TextCase& row : s_texts) {
         SCOPED_TRACE(row.text);
-        const AnyCodec codec{row.transform};
+        const Codec& codec = codec_of(row.transform);
         const std::string unpadded(row.text, std::string_view(row.text).find_last_not_of('=') + 1);
-        EXPECT_EQ(codec.encode(row.bytes), row.text);
+        EXPECT_EQ(codec.encode(row.bytes, {}), row.text);
         EXPECT_EQ(codec.encode(row.bytes, {.padding = false}), unpadded);
-        EXPECT_EQ(codec.decode(row.text), row.bytes);
+        EXPECT_EQ(codec.decode(row.text, {}), row.bytes);
         EXPECT_EQ(codec.decode(row.text, {.allowMissingPadding = true}), row.bytes);
         EXPECT_EQ(codec.decode(unpadded, {.allowMissingPadding = true}), row.bytes);
     }
@@ -97,20 +83,18 @@ TEST(Transforms, KnownTexts) {
 TEST(Transforms, EveryLengthIntoRoomOfExactlyTheRightSize) {
     std::mt19937 random(1);
     for (const Transform transform : s_transforms) {
-        const AnyCodec codec{transform};
         for (std::size_t length = 0; length <= s_longest; ++length) {
             const std::string bytes = random_bytes(random, length);
             for (const EncodeOptions options : {EncodeOptions{true}, EncodeOptions{false}}) {
-                Exact<char> text(codec.encoded_size(length, options));
+                Exact<char> text(codec_of(transform).encodedSize(length, options));
                 Exact<char> in = exact(bytes);
                 ASSERT_EQ(impl::encode(transform, {in.begin(), length}, text.begin(), options), text.end());
                 const std::string_view view(text.begin(), text.end());
                 const DecodeOptions decoding{.allowMissingPadding = !options.padding};
-                ASSERT_EQ(codec.decoded_size(view, decoding), length) << view;
+                ASSERT_EQ(impl::decoded_size(transform, view, decoding), length) << view;
                 Exact<unsigned char> back(length);
                 ASSERT_EQ(impl::decode(transform, view, back.begin(), decoding), length);
-                ASSERT_TRUE(std::equal(back.begin(), back.end(), bytes.begin(), bytes.end(),
-                                       [](unsigned char a, char b) { return a == static_cast<unsigned char>(b); }));
+                ASSERT_EQ(std::string(back.begin(), back.end()), bytes);
                 // In the place of the text.
                 ASSERT_EQ(impl::decode(transform, view, text.begin(), decoding), length);
                 ASSERT_EQ(std::string_view(text.begin(), length), bytes);
@@ -138,52 +122,21 @@ struct DecodeCase {
 const DecodeCase s_decodings[] = {
     {Transform::hex, "00FF7a", {}, nullptr, "\x00\xFF\x7A"s},
     {Transform::hex, "abc", {}, "truncated", "", "3"},
-    {Transform::hex, "0g", {}, "invalid", "", "1", "g"},
-    {Transform::hex, "g", {}, "invalid", "", "0", "g"},
-    {Transform::hex, "6=", {}, "invalid", "", "1", "="},
     {Transform::hex, "66\n6f", {}, "invalid", "", "2", "\\x0a"},
-    {Transform::hex, "6\r\n6", s_breaks, nullptr, "f"},
     {Transform::hex, "66\n6", s_breaks, "truncated", "", "4"},
-    {Transform::hex, "66 6", s_breaks, "invalid", "", "2", " "},
     // The alphabet of URLs is read as the standard one, mixed with it too.
     {Transform::base64, "+-/_", {}, nullptr, "\xFB\xEF\xFF"},
-    {Transform::base64, "-_-_", {}, nullptr, "\xFB\xFF\xBF"},
     {Transform::base64, "Zm9v\xC1m9v", {}, "invalid", "", "4", "\\xc1"},
-    {Transform::base64, "Zm9v Zg==", {}, "invalid", "", "4", " "},
     {Transform::base64, "Zm\0v"s, {}, "invalid", "", "2", "\\x00"},
-    {Transform::base64, "Zg", {}, "truncated", "", "2"},
-    {Transform::base64, "Zg=", {}, "truncated", "", "3"},
-    {Transform::base64, "Z", {}, "truncated", "", "1"},
-    {Transform::base64, "Zm9vZ", s_unpadded, "truncated", "", "5"},
     {Transform::base64, "Zg", s_unpadded, nullptr, "f"},
     {Transform::base64, "Zg=", s_unpadded, "truncated", "", "3"},
-    {Transform::base64, "Zg===", {}, "truncated", "", "5"},
-    {Transform::base64, "Zm9v=", {}, "truncated", "", "5"},
-    {Transform::base64, "Zm9v====", {}, "truncated", "", "8"},
-    {Transform::base64, "Z===", {}, "truncated", "", "4"},
-    {Transform::base64, "====", {}, "truncated", "", "4"},
     {Transform::base64, "Zg" + std::string(258, '='), {}, "truncated", "", "260"},
-    {Transform::base64, "Zg=v", {}, "padding", "", "3", "v"},
-    {Transform::base64, "Z=g=", {}, "padding", "", "2", "g"},
     {Transform::base64, "Zg==Zg==", {}, "padding", "", "4", "Z"},
-    {Transform::base64, "Zg==\n", {}, "padding", "", "4", "\\x0a"},
     {Transform::base64, "Zg=\xFF", {}, "padding", "", "3", "\\xff"},
     {Transform::base64, "\nZ\r\ng=\n=\r\n", s_breaks, nullptr, "f"},
-    {Transform::base64, "Zm9v\nZg=\n\n", s_breaks, "truncated", "", "10"},
-    {Transform::base64, "\r\n\n", s_breaks, nullptr, ""},
     // The bits that belong to no byte.
     {Transform::base64, "Zh==", {}, nullptr, "f"},
     {Transform::base32, "MZ======", {}, nullptr, "f"},
-    {Transform::base32, "MY=====", {}, "truncated", "", "7"},
-    {Transform::base32, "MY", {}, "truncated", "", "2"},
-    {Transform::base32, "MY", s_unpadded, nullptr, "f"},
-    {Transform::base32, "M", s_unpadded, "truncated", "", "1"},
-    {Transform::base32, "MZX", s_unpadded, "truncated", "", "3"},
-    {Transform::base32, "MZXW6Y", s_unpadded, "truncated", "", "6"},
-    {Transform::base32, "MZX=====", {}, "truncated", "", "8"},
-    {Transform::base32, "MY==Y===", {}, "padding", "", "4", "Y"},
-    {Transform::base32, "MZXW6YTB=", {}, "truncated", "", "9"},
-    {Transform::base32, "MZXW6YT1", {}, "invalid", "", "7", "1"},
     {Transform::base32, "my======", {}, "invalid", "", "0", "m"},
     {Transform::base32, "mZxW6yTb", s_lower, nullptr, "fooba"},
     {Transform::base32, "mZxW6y0b", s_lower, "invalid", "", "6", "0"},
@@ -192,23 +145,21 @@ const DecodeCase s_decodings[] = {
 TEST(Transforms, DecodeOrExplain) {
     for (const DecodeCase& row : s_decodings) {
         SCOPED_TRACE(row.text);
-        const AnyCodec codec{row.transform};
+        const Codec& codec = codec_of(row.transform);
         std::string appended = "before";
-        Exact<unsigned char> room(codec.decoded_size(row.text, row.options));
+        Exact<unsigned char> room(impl::decoded_size(row.transform, row.text, row.options));
         std::size_t outBytes = 77;
         const ErrorInfo::Ptr error =
             impl::decode_nothrow(row.transform, row.text, room.begin(), &outBytes, row.options);
         if (row.fault == nullptr) {
             EXPECT_TRUE(error.is_null());
             EXPECT_EQ(std::string(room.begin(), room.begin() + outBytes), row.bytes);
-            EXPECT_EQ(outBytes, codec.decoded_size(row.text, row.options));
+            EXPECT_EQ(room.begin() + outBytes, room.end());
             impl::append_decoded(row.transform, appended, row.text, row.options);
             EXPECT_EQ(appended, "before" + row.bytes);
             continue;
         }
-        const char* const names[] = {"hex", "base64", "base32"};
-        const std::string code =
-            "error.nqcore.transforms."s + names[static_cast<unsigned>(row.transform)] + '.' + row.fault;
+        const std::string code = "error.nqcore.transforms."s + codec.name + '.' + row.fault;
         const auto isExpected = AllOf(HasCode(code.c_str()), HasParam("stringPos", row.position));
         EXPECT_THAT(error, isExpected);
         EXPECT_EQ(error->params().size(), row.character != nullptr ? 2u : 1u);
@@ -225,95 +176,45 @@ TEST(Transforms, DecodeOrExplain) {
 
 // ------------------------------------------------------------------------------------------------------------ pieces
 
-struct Outcome {
-    std::string bytes;
-    std::string error;  ///< code, position
-    std::uint64_t offset = 0;
-
-    bool operator==(const Outcome&) const = default;
-};
-
-std::ostream& operator<<(std::ostream& stream, const Outcome& outcome) {
-    return stream << outcome.bytes.size() << " bytes, " << outcome.error << ", " << outcome.offset;
+// Pieces of every size, against the whole, are the fuzz target's; here is what it does not look at.
+TEST(TransformDecoder, TellsHowFarItCame) {
+    TransformDecoder decoder(Transform::base64);
+    std::string bytes = "before ";
+    decoder.update("Zm9vYm", bytes);
+    EXPECT_EQ(bytes, "before foo");
+    EXPECT_EQ(decoder.offset(), 6u);
+    // The bytes in front of what is wrong are there.
+    EXPECT_THAT([&] { decoder.update("FyYmF6*", bytes); }, ThrowsError(HasParam("stringPos", "12")));
+    EXPECT_EQ(bytes, "before foobarbaz");
 }
 
-// Text in pieces of at most `most` characters; every second time through a buffer.
-Outcome decode_in_pieces(std::mt19937& random, Transform transform, std::string_view text, DecodeOptions options,
-                         std::size_t most) {
-    Outcome outcome;
-    TransformDecoder decoder(transform, options);
-    try {
-        for (std::size_t at = 0; at < text.size();) {
-            const std::string_view piece = text.substr(at, most == 0 ? text.npos : random() % (most + 1));
-            at += piece.size();
-            if (random() % 2 == 0) {
-                decoder.update(piece, outcome.bytes);
-                continue;
-            }
-            Exact<char> room(decoder.max_update_size(piece.size()));
-            std::size_t written = 0;
-            const ErrorInfo::Ptr error = decoder.update_nothrow(piece, room.begin(), written);
-            outcome.bytes.append(room.begin(), written);
-            ErrorException::throw_if_error(error);
-        }
-        outcome.offset = decoder.offset();
-        decoder.finish(outcome.bytes);
+TEST(TransformDecoder, BeginsAgainWhenFinished) {
+    TransformDecoder decoder(Transform::hex);
+    for (const char* const text : {"66", "6f"}) {
+        std::string bytes;
+        decoder.update(text, bytes);
+        decoder.finish(bytes);
+        EXPECT_EQ(bytes, Hex::decode(text));
         EXPECT_EQ(decoder.offset(), 0u);
-    } catch (const ErrorException& failure) {
-        const ErrorInfo& error = *failure.error();
-        outcome.error = std::string(error.code().value().view()) + " " + error.params().get_value("stringPos");
-        outcome.offset = decoder.offset();
-    }
-    return outcome;
-}
-
-TEST(TransformDecoder, PiecesAreAsTheWhole) {
-    std::mt19937 random(2);
-    for (const Transform transform : s_transforms) {
-        for (int round = 0; round < 1000; ++round) {
-            std::string text =
-                AnyCodec{transform}.encode(random_bytes(random, random() % 200), {.padding = random() % 4 != 0});
-            for (std::size_t i = random() % 4; i != 0; --i) {
-                text.insert(random() % (text.size() + 1), 1, "\n\r=-Az*"[random() % 7]);
-            }
-            const DecodeOptions options{random() % 2 == 0, random() % 2 == 0, random() % 2 == 0};
-            const Outcome whole = decode_in_pieces(random, transform, text, options, 0);
-            for (const std::size_t most : {1, 5, 70}) {
-                ASSERT_EQ(decode_in_pieces(random, transform, text, options, most), whole) << text;
-            }
-            // And as the function for whole texts.
-            std::string bytes(text.size(), '\0');
-            std::size_t outBytes = 0;
-            const ErrorInfo::Ptr error = impl::decode_nothrow(transform, text, bytes.data(), &outBytes, options);
-            ASSERT_EQ(error.is_null(), whole.error.empty());
-            ASSERT_EQ(bytes.substr(0, outBytes), error.is_null() ? whole.bytes : "");
-        }
     }
 }
 
-TEST(TransformEncoder, PiecesAreAsTheWhole) {
+TEST(TransformEncoder, SaysHowMuchAPieceGives) {
     std::mt19937 random(3);
     for (const Transform transform : s_transforms) {
         TransformEncoder encoder(transform, {.padding = true});
-        for (int round = 0; round < 1000; ++round) {
+        for (int round = 0; round < 100; ++round) {
             const std::string bytes = random_bytes(random, random() % 200);
             std::string text;
             for (std::size_t at = 0; at < bytes.size();) {
                 const std::string piece = bytes.substr(at, random() % 60);
                 at += piece.size();
-                const std::size_t before = text.size();
-                const std::size_t size = encoder.update_size(piece.size());
-                if (random() % 2 == 0) {
-                    encoder.update(piece, text);
-                } else {
-                    Exact<char> room(size);
-                    ASSERT_EQ(encoder.update(piece, room.begin()), room.end());
-                    text.append(room.begin(), size);
-                }
-                ASSERT_EQ(text.size() - before, size);
+                Exact<char> room(encoder.update_size(piece.size()));
+                ASSERT_EQ(encoder.update(piece, room.begin()), room.end());
+                text.append(room.begin(), room.end());
             }
             encoder.finish(text);
-            ASSERT_EQ(text, AnyCodec{transform}.encode(bytes));
+            ASSERT_EQ(text, codec_of(transform).encode(bytes, {}));
         }
     }
 }
@@ -411,9 +312,8 @@ TEST(TransformHelpers, RaiseTheirErrors) {
 
 TEST(TransformHelpers, KnowEveryCharacter) {
     for (int c = -200; c < 400; ++c) {
-        const bool isByte = c >= 0 && c < 256;
         const std::size_t hex =
-            isByte ? "0123456789abcdef0123456789ABCDEF"s.find(static_cast<char>(c)) : std::string::npos;
+            c < 0 || c > 255 ? std::string::npos : "0123456789abcdef0123456789ABCDEF"s.find(static_cast<char>(c));
         if (hex != std::string::npos) {
             EXPECT_EQ(TransformHelperHex::nibble_from_charval(c), hex % 16);
         } else {

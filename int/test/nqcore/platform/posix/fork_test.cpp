@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <set>
@@ -17,19 +18,15 @@
 namespace nqcore {
 namespace {
 
-constexpr std::size_t s_count = 64;
-
 struct Drawn {
-    std::array<Uuid, s_count> random;
-    std::array<Uuid, s_count> sequential;
+    std::array<Uuid, 64> random;
+    std::array<Uuid, 64> sequential;
 };
 
 Drawn draw() {
     Drawn drawn;
-    for (std::size_t i = 0; i < s_count; ++i) {
-        drawn.random[i] = Uuid::create_random();
-        drawn.sequential[i] = Uuid::create_sequential();
-    }
+    std::ranges::generate(drawn.random, [] { return Uuid::create_random(); });
+    std::ranges::generate(drawn.sequential, Uuid::create_sequential);
     return drawn;
 }
 
@@ -69,7 +66,7 @@ TEST(Fork, ChildrenHaveNumbersOfTheirOwn) {
         values.insert(drawn.sequential.begin(), drawn.sequential.end());
         tails.insert(tail_of(drawn.sequential[0]));
     }
-    EXPECT_EQ(values.size(), all.size() * 2 * s_count);
+    EXPECT_EQ(values.size(), all.size() * (64 + 64));
     EXPECT_EQ(tails.size(), 5u);  // the parent keeps its own
     EXPECT_EQ(tail_of(all.front().sequential[0]), tail_of(all.back().sequential[0]));
 }
