@@ -1,11 +1,10 @@
 // Duration text against a second, slow reading of its rules in 128-bit integers, and durations there and back.
+#include "fuzz_support.h"
 #include "nqcore/abs_rel_time.h"
 #include "nqcore/duration_text.h"
 #include "nqcore/error_info.h"
 
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <string_view>
@@ -26,11 +25,6 @@ struct Verdict {
     Wide ns = 0;
     std::size_t position = string_view::npos;  // that ISO 8601 messages give
 };
-
-[[noreturn]] void fail(const char* what, string_view text) {
-    std::fprintf(stderr, "%s: '%.*s'\n", what, static_cast<int>(text.size()), text.data());
-    std::abort();
-}
 
 string_view leading_digits(string_view text) { return text.substr(0, text.find_first_not_of("0123456789")); }
 

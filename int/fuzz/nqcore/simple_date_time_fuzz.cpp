@@ -1,10 +1,9 @@
 // Zoned times there and back, and their text against what its parts are by themselves.
+#include "fuzz_support.h"
 #include "nqcore/error_info.h"
 #include "nqcore/simple_date_time.h"
 
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <string_view>
@@ -13,11 +12,6 @@ namespace {
 
 using namespace nqcore;
 using std::string_view;
-
-[[noreturn]] void fail(const char* what, string_view text) {
-    std::fprintf(stderr, "%s: '%.*s'\n", what, static_cast<int>(text.size()), text.data());
-    std::abort();
-}
 
 bool is_same(const SimpleDateTime& a, const SimpleDateTime& b) {
     return a.as_utc_time() == b.as_utc_time() && a.timezone_offset() == b.timezone_offset();

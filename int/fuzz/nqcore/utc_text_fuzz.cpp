@@ -1,12 +1,11 @@
 // UTC text against a second, slow reading of its rules, and instants there and back.
+#include "fuzz_support.h"
 #include "nqcore/abs_rel_time.h"
 #include "nqcore/error_info.h"
 #include "nqcore/utc_text.h"
 
 #include <chrono>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <string_view>
@@ -25,11 +24,6 @@ struct Verdict {
 constexpr const char* s_badTime = "Invalid time in UTC time string \"";
 constexpr const char* s_afterZ = "unexpected characters after 'Z'";
 constexpr std::int64_t s_day = 86'400'000'000'000;
-
-[[noreturn]] void fail(const char* what, string_view text) {
-    std::fprintf(stderr, "%s: '%.*s'\n", what, static_cast<int>(text.size()), text.data());
-    std::abort();
-}
 
 bool all_digits(string_view text) { return text.find_first_not_of("0123456789") == string_view::npos; }
 

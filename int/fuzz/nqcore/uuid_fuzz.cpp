@@ -1,11 +1,10 @@
 // UUID text against a second, slow reading of its rules, and values there and back through every format.
+#include "fuzz_support.h"
 #include "nqcore/error_info.h"
 #include "nqcore/uuid.h"
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 
@@ -13,11 +12,6 @@ namespace {
 
 using namespace nqcore;
 using std::string_view;
-
-[[noreturn]] void fail(const char* what, string_view text) {
-    std::fprintf(stderr, "%s: '%.*s'\n", what, static_cast<int>(text.size()), text.data());
-    std::abort();
-}
 
 // The 16 bytes in text order; false when the rules refuse the text.
 bool slow_read(string_view text, unsigned char (&bytes)[16]) {

@@ -85,6 +85,8 @@ extern const Command s_nqCommand;
 inline constexpr Option s_jsonOption{.name = "--json", .help = "Write answers as JSON, one object per line"};
 inline constexpr Option s_filesOption{
     .name = "FILE", .value = "FILE", .help = "Files to read; none or - for standard input", .isList = true};
+inline constexpr Option s_fileOption{
+    .name = "FILE", .value = "FILE", .help = "File to read; none or - for standard input"};
 inline constexpr Option s_outputOption{
     .name = "-o,--output", .value = "FILE", .help = "Write to FILE instead of standard output"};
 

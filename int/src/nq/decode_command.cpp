@@ -16,7 +16,7 @@ namespace nq {
 namespace {
 
 constexpr Option s_options[] = {
-    {.name = "FILE", .value = "FILE", .help = "File to read; none or - for standard input"},
+    s_fileOption,
     s_outputOption,
     s_base64Option,
     s_base32Option,

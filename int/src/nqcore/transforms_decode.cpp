@@ -15,17 +15,6 @@ namespace nqcore {
 namespace impl {
 namespace {
 
-const kernels::TransformKernel& kernel_of(Transform transform) noexcept {
-    switch (transform) {
-        case Transform::hex:
-            return kernels::hex_kernel();
-        case Transform::base64:
-            return kernels::base64_kernel();
-        default:
-            return kernels::base32_kernel();
-    }
-}
-
 const kernels::DigitValues& values_of(Transform transform, DecodeOptions options) noexcept {
     switch (transform) {
         case Transform::hex:
@@ -133,7 +122,7 @@ TransformFinding TransformDecoding::take_group(TransformDecoder& decoder, const 
 TransformFinding TransformDecoding::update(TransformDecoder& decoder, std::string_view piece,
                                            unsigned char*& out) noexcept {
     const TransformGroup& group = group_of(decoder.m_transform);
-    const kernels::TransformKernel& kernel = kernel_of(decoder.m_transform);
+    const kernels::TransformKernel& kernel = kernels::transform_kernel(decoder.m_transform);
     const char* at = piece.data();
     const char* const end = at + piece.size();
     TransformFinding finding;

@@ -13,21 +13,8 @@ namespace nqcore {
 namespace impl {
 namespace {
 
-struct Encoding {
-    const char* digits;
-    const kernels::TransformKernel& (*kernel)() noexcept;
-};
-
 // Indexed by the transform.
-constexpr Encoding s_encodings[] = {
-    {kernels::s_hexDigits, kernels::hex_kernel},
-    {kernels::s_base64Digits, kernels::base64_kernel},
-    {kernels::s_base32Digits, kernels::base32_kernel},
-};
-
-constexpr const Encoding& encoding_of(Transform transform) noexcept {
-    return s_encodings[static_cast<unsigned>(transform)];
-}
+constexpr const char* s_digits[] = {kernels::s_hexDigits, kernels::s_base64Digits, kernels::s_base32Digits};
 
 // Less than a group: the bits that are left over fill the last digit from above.
 char* encode_last(Transform transform, const unsigned char* in, std::size_t inBytes, char* out,
@@ -36,6 +23,7 @@ char* encode_last(Transform transform, const unsigned char* in, std::size_t inBy
         return out;
     }
     const TransformGroup& group = group_of(transform);
+    const char* const alphabet = s_digits[static_cast<unsigned>(transform)];
     std::uint64_t bits = 0;
     for (std::size_t i = 0; i < inBytes; ++i) {
         bits = bits << 8 | in[i];
@@ -44,10 +32,10 @@ char* encode_last(Transform transform, const unsigned char* in, std::size_t inBy
     unsigned digits = 0;
     for (; pending >= group.digitBits; ++digits) {
         pending -= group.digitBits;
-        *out++ = encoding_of(transform).digits[bits >> pending & ((1u << group.digitBits) - 1)];
+        *out++ = alphabet[bits >> pending & ((1u << group.digitBits) - 1)];
     }
     if (pending != 0) {
-        *out++ = encoding_of(transform).digits[bits << (group.digitBits - pending) & ((1u << group.digitBits) - 1)];
+        *out++ = alphabet[bits << (group.digitBits - pending) & ((1u << group.digitBits) - 1)];
         ++digits;
     }
     for (; options.padding && digits < group.digits; ++digits) {
@@ -59,7 +47,7 @@ char* encode_last(Transform transform, const unsigned char* in, std::size_t inBy
 // Takes whole groups only; `in` moves behind them.
 char* encode_groups(Transform transform, const unsigned char*& in, std::size_t& inBytes, char* out) noexcept {
     const TransformGroup& group = group_of(transform);
-    const std::size_t taken = encoding_of(transform).kernel().encode(in, inBytes, out);
+    const std::size_t taken = kernels::transform_kernel(transform).encode(in, inBytes, out);
     in += taken;
     inBytes -= taken;
     return out + taken / group.bytes * group.digits;

@@ -1,5 +1,4 @@
 #include "kernels/cpu_probe.h"
-#include "kernels/kernel_choice.h"
 #include "kernels/transform_avx512.h"
 #include "kernels/transform_digits.h"
 #include "kernels/transform_kernels.h"
@@ -147,10 +146,5 @@ constexpr TransformKernel s_kernels[] = {
 }  // namespace
 
 std::span<const TransformKernel> base32_kernels() noexcept { return s_kernels; }
-
-const TransformKernel& base32_kernel() noexcept {
-    static const TransformKernel& row = best_usable(s_kernels);
-    return row;
-}
 
 }  // namespace nqcore::kernels

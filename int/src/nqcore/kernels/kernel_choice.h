@@ -1,19 +1,19 @@
 // How a row of a kernel table is chosen.
 #pragma once
 
-#include <cstddef>
+#include <iterator>
 
 namespace nqcore::kernels {
 
-/// The first usable row of a table whose last row is usable always.
-template <class Kernel, std::size_t rows>
-[[nodiscard]] const Kernel& best_usable(const Kernel (&table)[rows]) noexcept {
-    for (const Kernel& row : table) {
-        if (row.usable()) {
-            return row;
-        }
+/// The first usable row of a table, an array or a span, whose last row is usable always.
+template <class Table>
+[[nodiscard]] const auto& best_usable(const Table& table) noexcept {
+    const auto* row = std::data(table);
+    const auto* const last = row + std::size(table) - 1;
+    while (row != last && !row->usable()) {
+        ++row;
     }
-    return table[rows - 1];
+    return *row;
 }
 
 }  // namespace nqcore::kernels

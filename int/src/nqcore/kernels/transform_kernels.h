@@ -1,6 +1,8 @@
 // Kernels of the binary-to-text transforms: whole groups of digits, many at a time.
 #pragma once
 
+#include "nqcore/transforms.h"
+
 #include <cstddef>
 #include <span>
 
@@ -25,9 +27,7 @@ struct TransformKernel {
 [[nodiscard]] std::span<const TransformKernel> base64_kernels() noexcept;
 [[nodiscard]] std::span<const TransformKernel> base32_kernels() noexcept;
 
-// The row for this processor; chosen on first use.
-[[nodiscard]] const TransformKernel& hex_kernel() noexcept;
-[[nodiscard]] const TransformKernel& base64_kernel() noexcept;
-[[nodiscard]] const TransformKernel& base32_kernel() noexcept;
+/// The row for this processor; chosen on first use.
+[[nodiscard]] const TransformKernel& transform_kernel(Transform transform) noexcept;
 
 }  // namespace nqcore::kernels

@@ -1,7 +1,8 @@
 // `nq dump` against xxd: the same bytes in the same places, and each reads what the other has written.
+#include "shell.h"
+
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <fstream>
 #include <random>
 #include <sstream>
@@ -21,17 +22,6 @@ constexpr const char* s_roundTrips[] = {
     "xxd -g1 -c 8 " FILE_NAME " | " DUMP "-r",
     "xxd -g4 -c 40 -u " FILE_NAME " | " DUMP "-r",
 };
-
-std::string answer_of(const char* command) {
-    std::string answer;
-    std::FILE* const pipe = popen(command, "r");
-    char buffer[4096];
-    for (std::size_t count = 0; (count = std::fread(buffer, 1, sizeof buffer, pipe)) != 0;) {
-        answer.append(buffer, count);
-    }
-    EXPECT_EQ(pclose(pipe), 0) << command;
-    return answer;
-}
 
 struct DumpPeers : testing::TestWithParam<int> {
     DumpPeers() {

@@ -1,4 +1,6 @@
 // `nq uuid show` against uuidparse: the same kinds, and the same times to the second.
+#include "shell.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -9,17 +11,6 @@
 #include <string_view>
 
 namespace {
-
-std::string answer_of(const std::string& command) {
-    std::string answer;
-    std::FILE* const pipe = popen(command.c_str(), "r");
-    char buffer[4096];
-    for (std::size_t count = 0; (count = std::fread(buffer, 1, sizeof buffer, pipe)) != 0;) {
-        answer.append(buffer, count);
-    }
-    EXPECT_EQ(pclose(pipe), 0) << command;
-    return answer;
-}
 
 // The member's text in one line of JSON; empty when there is none.
 std::string_view member(std::string_view line, std::string_view name) {
