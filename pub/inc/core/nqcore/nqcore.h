@@ -10,6 +10,7 @@
 #include "nqcore/async_result.h"
 #include "nqcore/atomic_op.h"
 #include "nqcore/barrier.h"
+#include "nqcore/cpuid_source.h"
 #include "nqcore/duration_text.h"
 #include "nqcore/error_code.h"
 #include "nqcore/error_composer.h"
