@@ -41,6 +41,7 @@
 #include "nqcore/simple_date_time.h"
 #include "nqcore/source_location.h"
 #include "nqcore/source_string.h"
+#include "nqcore/stack_trace.h"
 #include "nqcore/static_instance.h"
 #include "nqcore/streamers.h"
 #include "nqcore/string_range.h"

@@ -1,0 +1,78 @@
+// StackTrace: where a thread is, captured now and written later.
+//
+//     const nqcore::StackTrace trace = nqcore::StackTrace::capture();    // some hundred nanoseconds
+//     ...
+//     std::cerr << trace;
+//
+//     nqcore::StackTrace::write_current(std::cerr);    // here and now, with the values of parameters
+#pragma once
+
+#include "nqcore/config.h"
+#include "nqcore/source_string.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <iosfwd>
+
+namespace nqcore {
+
+/// The frames of a call stack, innermost first.
+///
+/// Threads  a plain value. Writing takes a process-wide lock: one thread writes at a time.
+class NQCORE_API StackTrace {
+public:
+    static constexpr unsigned maxFrames = 64;
+
+    struct Frame {
+        std::uintptr_t framePointer;
+        std::uintptr_t stackPointer;
+        std::uintptr_t instructionPointer;
+        std::uintptr_t isReturnAddress;
+    };
+
+    /// What is known about a frame; empty where nothing is.
+    struct Description {
+        SourceString module;
+        SourceString function;
+        SourceString file;
+        unsigned line = 0;
+    };
+
+    /// No frames.
+    constexpr StackTrace() noexcept = default;
+
+    /// The calling thread's stack.
+    ///
+    /// In       `skip`: frames to leave out, of the function that calls this on.
+    /// Cost     no memory, no lock, no symbols.
+    [[nodiscard]] NQCORE_COLD static StackTrace capture(unsigned skip = 0) noexcept;
+
+    [[nodiscard]] unsigned size() const noexcept { return m_size; }
+    [[nodiscard]] bool empty() const noexcept { return m_size == 0; }
+    /// Whether the stack had more frames than there is room for.
+    [[nodiscard]] bool is_truncated() const noexcept { return m_truncated; }
+    [[nodiscard]] const Frame* begin() const noexcept { return m_frames; }
+    [[nodiscard]] const Frame* end() const noexcept { return m_frames + m_size; }
+
+    /// The names behind a frame. Slow, and slower the first time.
+    ///
+    /// Errors   `std::bad_alloc`.
+    [[nodiscard]] Description describe(const Frame& frame) const;
+
+    /// One line for each frame, without values of parameters: the frames may be gone.
+    void write_trace(std::ostream& stream) const;
+    /// The same as text. (Include <string> to use it.)
+    [[nodiscard]] std::string as_string() const;
+    friend NQCORE_API std::ostream& operator<<(std::ostream& stream, const StackTrace& trace);
+
+    /// The calling thread's stack, one line for each frame, with the parameters' names and values where the program has
+    /// debug information.
+    static void write_current(std::ostream& stream, unsigned skip = 0);
+
+private:
+    Frame m_frames[maxFrames] = {};
+    unsigned m_size = 0;
+    bool m_truncated = false;
+};
+
+}  // namespace nqcore
