@@ -1,11 +1,25 @@
 #include "nqcore/cpuid_source.h"
 
 #include <cpuid.h>
+#include <x86intrin.h>
+#include <cstddef>
 
 namespace nqcore::hardware {
 namespace {
 
-// The system that this library needs runs only where both flags change and CPUID is there.
+constexpr std::size_t s_alignmentCheck = std::size_t{1} << 18;
+constexpr std::size_t s_identification = std::size_t{1} << 21;
+
+// Whether a bit of EFLAGS stays as it is written. Between the writes nothing may touch memory out of alignment: with the
+// AC bit set, systems that check alignment end the program for it.
+bool can_change_flag(std::size_t flag) noexcept {
+    const std::size_t before = __readeflags();
+    __writeeflags(before ^ flag);
+    const std::size_t after = __readeflags();
+    __writeeflags(before);
+    return ((before ^ after) & flag) != 0;
+}
+
 class LiveCpuid final : public CpuidSource {
 public:
     [[nodiscard]] CpuidRegisters read(std::uint32_t leaf, std::uint32_t subleaf) const noexcept override {
@@ -13,6 +27,13 @@ public:
         __cpuid_count(leaf, subleaf, answer.eax, answer.ebx, answer.ecx, answer.edx);
         return answer;
     }
+    [[nodiscard]] bool has_ac_flag() const noexcept override { return m_hasAcFlag; }
+    [[nodiscard]] bool has_cpuid() const noexcept override { return m_hasCpuid; }
+
+private:
+    // All processors of a machine answer alike.
+    bool m_hasAcFlag = can_change_flag(s_alignmentCheck);
+    bool m_hasCpuid = can_change_flag(s_identification);
 };
 
 }  // namespace

@@ -36,7 +36,8 @@ void* operator new(std::size_t size) {
     return memory;
 }
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return nqcore::allocations::allocate(size); }
-void operator delete(void* memory) noexcept {
+// Not inline: the compiler would take a new that it cannot see into, and the free in here, for a mismatch.
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
     nqcore::allocations::s_live -= memory != nullptr;
     std::free(memory);
 }

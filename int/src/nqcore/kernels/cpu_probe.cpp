@@ -1,51 +1,62 @@
 #include "kernels/cpu_probe.h"
 
-#include <cpuid.h>
-#include <cstdint>
+#include "nqcore/cpu_option_flag.h"
+
+#include <algorithm>
+#include <initializer_list>
+#include <iterator>
 
 namespace nqcore::kernels {
 namespace {
 
-struct Leaf {
-    unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
+using namespace hardware;
+
+// Executes CPUID once for a leaf: each time costs microseconds in a virtual machine, and every feature asks for the
+// same three leaves.
+class RememberedCpuid final : public CpuidSource {
+public:
+    [[nodiscard]] CpuidRegisters read(std::uint32_t leaf, std::uint32_t subleaf) const noexcept override {
+        const auto* const found = std::find_if(
+            m_answers, m_end, [&](const Answer& answer) { return answer.leaf == leaf && answer.subleaf == subleaf; });
+        if (found != m_end) {
+            return found->registers;
+        }
+        const CpuidRegisters registers = live_cpuid().read(leaf, subleaf);
+        if (m_end != std::end(m_answers)) {
+            *m_end++ = {leaf, subleaf, registers};
+        }
+        return registers;
+    }
+    [[nodiscard]] bool has_ac_flag() const noexcept override { return live_cpuid().has_ac_flag(); }
+    [[nodiscard]] bool has_cpuid() const noexcept override { return live_cpuid().has_cpuid(); }
+
+private:
+    struct Answer {
+        std::uint32_t leaf;
+        std::uint32_t subleaf;
+        CpuidRegisters registers;
+    };
+
+    mutable Answer m_answers[3] = {};
+    mutable Answer* m_end = m_answers;
 };
 
-Leaf read_leaf(unsigned leaf, unsigned subleaf) noexcept {
-    Leaf answer;
-    if (__get_cpuid_count(leaf, subleaf, &answer.eax, &answer.ebx, &answer.ecx, &answer.edx) == 0) {
-        return {};
-    }
-    return answer;
-}
-
-constexpr bool all_bits(std::uint64_t value, std::uint64_t bits) noexcept { return (value & bits) == bits; }
-
-// The register sets that the operating system saves (XCR0); readable only when CPUID says OSXSAVE.
-std::uint64_t saved_registers() noexcept {
-    unsigned low = 0;
-    unsigned high = 0;
-    __asm__ volatile("xgetbv" : "=a"(low), "=d"(high) : "c"(0));
-    return (static_cast<std::uint64_t>(high) << 32) | low;
-}
-
-// Bits of CPUID and XCR0, from the processor makers' manuals.
-constexpr std::uint64_t s_osxsave = 1u << 27;
-constexpr std::uint64_t s_savesYmm = 0x06;
-constexpr std::uint64_t s_savesZmm = 0xE6;
-constexpr std::uint64_t s_leaf7Avx2 = (1u << 5) | (1u << 3) | (1u << 8);  // AVX2 BMI1 BMI2
-constexpr std::uint64_t s_leaf7Avx512 = (1u << 16) | (1u << 17) | (1u << 30) | (std::uint64_t{1} << 31);  // F DQ BW VL
-constexpr std::uint64_t s_leaf7Vbmi = (1u << 1) | (1u << 6);                                              // VBMI VBMI2
-
 CpuFeatures probe() noexcept {
+    const RememberedCpuid cpuid;
+    const auto has_all = [&cpuid](std::initializer_list<EOptionFlag> flags) {
+        return std::all_of(flags.begin(), flags.end(),
+                           [&cpuid](EOptionFlag flag) { return get_option_flag(flag, cpuid); });
+    };
+    const std::uint64_t saved = os_saved_registers();
+
     CpuFeatures features;
-    const Leaf basic = read_leaf(1, 0);
-    const Leaf extended = read_leaf(7, 0);
-    features.ssse3 = all_bits(basic.ecx, 1u << 9);
-    features.sse41 = features.ssse3 && all_bits(basic.ecx, 1u << 19);
-    const std::uint64_t saved = all_bits(basic.ecx, s_osxsave) ? saved_registers() : 0;
-    features.avx2 = features.sse41 && all_bits(saved, s_savesYmm) && all_bits(extended.ebx, s_leaf7Avx2);
-    features.avx512bw = features.avx2 && all_bits(saved, s_savesZmm) && all_bits(extended.ebx, s_leaf7Avx512);
-    features.avx512vbmi = features.avx512bw && all_bits(extended.ecx, s_leaf7Vbmi);
+    features.ssse3 = has_all({option_ssse3});
+    features.sse41 = features.ssse3 && has_all({option_sse4_1});
+    features.avx2 =
+        features.sse41 && (saved & saved_avx) == saved_avx && has_all({option_avx2, option_bmi1, option_bmi2});
+    features.avx512bw = features.avx2 && (saved & saved_avx512) == saved_avx512 &&
+                        has_all({option_avx512f, option_avx512dq, option_avx512bw, option_avx512vl});
+    features.avx512vbmi = features.avx512bw && has_all({option_avx512vbmi, option_avx512vbmi2});
     return features;
 }
 
