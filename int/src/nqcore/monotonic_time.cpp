@@ -1,6 +1,7 @@
 #include "nqcore/monotonic_time.h"
 
 #include "monotonic_time_anchors.h"
+#include "nqcore/cpu.h"
 #include "platform/clock.h"
 
 #include <ace/Time_Value.h>
@@ -62,6 +63,12 @@ TimeProviderQpc::TimeProviderQpc() noexcept : m_frequency(static_cast<double>(pl
 
 RelativeTime TimeProviderQpc::now() const noexcept {
     return RelativeTime(static_cast<double>(platform::counter()) / m_frequency);
+}
+
+TimeProviderTsc::TimeProviderTsc() : m_factor(1e9 / hardware::Cpu::timestamp_frequency()) {}
+
+RelativeTime TimeProviderTsc::now() const noexcept {
+    return RelativeTime::nanoseconds(static_cast<std::int64_t>(static_cast<double>(platform::time_stamp()) * m_factor));
 }
 
 ACE_Time_Value monotonic_synthetic_ace_gettimeofday() {

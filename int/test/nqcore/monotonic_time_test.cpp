@@ -20,6 +20,7 @@ constexpr std::int64_t s_max = RelativeTime::TIMEVALUE_MAX;
 
 static_assert(!std::is_default_constructible_v<MonotonicTimeBase> && !std::is_copy_constructible_v<MonotonicTimeBase>);
 static_assert(std::is_trivially_copyable_v<MonotonicTime> && sizeof(TimeProviderQpc) == sizeof(double));
+static_assert(sizeof(TimeProviderTsc) == sizeof(double) && std::is_copy_assignable_v<TimeProviderTsc>);
 static_assert(std::is_copy_assignable_v<TimeProviderQpc> && std::is_copy_assignable_v<TimeProviderMm>);
 
 // A time line with anchors of its own.
@@ -117,6 +118,30 @@ TEST(TimeProviders, AdvanceTogether) {
     TimeProviderQpc copy;
     copy = counter;
     EXPECT_GE(copy.now(), lastCount);
+}
+
+// Without a step back, and within a thousandth of the system's monotonic clock.
+TEST(TimeProviders, TimeStampsKeepTimeForASecond) {
+    const TimeProviderTsc stamps;
+    TimeProviderTsc copy;
+    copy = stamps;
+    const TimeProviderQpc clock;
+    // What the stamps advance while the clock does, and the uncertainty of reading both.
+    const RelativeTime outerStart = stamps.now();
+    const RelativeTime clockStart = clock.now();
+    const RelativeTime innerStart = stamps.now();
+    RelativeTime last = innerStart;
+    RelativeTime elapsed = RelativeTime::zero;
+    RelativeTime innerEnd = last;
+    while (elapsed < RelativeTime::seconds(1)) {
+        innerEnd = copy.now();
+        ASSERT_LE(last, innerEnd);
+        elapsed = clock.now() - clockStart;
+        last = stamps.now();
+        ASSERT_LE(innerEnd, last);
+    }
+    EXPECT_GT((last - outerStart).as_nsec(), elapsed.as_nsec() / 1000 * 999);
+    EXPECT_LT((innerEnd - innerStart).as_nsec(), elapsed.as_nsec() / 1000 * 1001);
 }
 
 struct Expiry : ACE_Event_Handler {

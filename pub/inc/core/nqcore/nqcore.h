@@ -7,9 +7,11 @@
 
 #include <string>
 #include "nqcore/abs_rel_time.h"
+#include "nqcore/affinity.h"
 #include "nqcore/async_result.h"
 #include "nqcore/atomic_op.h"
 #include "nqcore/barrier.h"
+#include "nqcore/cpu.h"
 #include "nqcore/cpu_flags.h"
 #include "nqcore/cpu_info.h"
 #include "nqcore/cpu_option_flag.h"
@@ -29,6 +31,7 @@
 #include "nqcore/monotonic_time.h"
 #include "nqcore/murmur_hash.h"
 #include "nqcore/object_key.h"
+#include "nqcore/priority.h"
 #include "nqcore/random.h"
 #include "nqcore/refcount_guard.h"
 #include "nqcore/refcounted.h"
@@ -52,6 +55,7 @@
 #include "nqcore/string_trace_data.h"
 #include "nqcore/string_util.h"
 #include "nqcore/task.h"
+#include "nqcore/thread_id.h"
 #include "nqcore/thread_sync.h"
 #include "nqcore/transfer_source.h"
 #include "nqcore/transforms.h"
