@@ -162,6 +162,19 @@ CASES = [
     (0, ["hash", "--seed", "4294967295", "--text", "gr\u00f6\u00dfe", ""], b""),
     (2, ["hash", "--seed", "4294967296"], b""),
     (1, ["hash", "missing.log"], b""),
+    (0, ["env", "--help"], b""),
+    (0, ["env", "set-and-run", "--help"], b""),
+    (0, ["run", "--help"], b""),
+    (0, ["env", "get", "NQ_COMPARED"], b""),
+    (1, ["env", "get", "--json", "NQ_COMPARED", "NQ_NOT_THERE", "A=B", ""], b""),
+    (1, ["env", "get", "NQ_NOT_THERE"], b""),
+    (0, ["env", "expand", "%NQ_COMPARED%%NQ_NO%NQ_COMPARED%", "%%", "%", "", "%NQ_COMPARED"], b""),
+    (1, ["env", "expand"], b"%NQ_COMPARED%%%NQ_COMPARED%%\r\na\0b\n" + b"%NQ_COMPARED%%x%" * 40_000),
+    (127, ["run", "no_such_program"], b""),
+    (127, ["env", "set-and-run", "--brief", "NQ_COMPARED=2", "--", "no_such_program"], b""),
+    (2, ["run", "--time-limit", "60", "x"], b""),
+    (2, ["run", "--kill-after", "1x", "x"], b""),
+    (2, ["env", "set-and-run", "A=1", "--"], b""),
 ]
 # The same on both systems only where errno numbers have the same meaning.
 CASES += [(0, ["error", "show", "--brief", str(number)], b"") for number in (0, 1, 11, 12, 13, 21, 22, 28, 32, 10054)]
@@ -218,6 +231,7 @@ def main():
     linux, win32 = [str(pathlib.Path(programs[0]).resolve())], [str(WINE_RUN), str(pathlib.Path(programs[1]).resolve())]
     # Wine reads the names of files and arguments by the locale.
     os.environ["LC_ALL"] = "C.UTF-8"
+    os.environ["NQ_COMPARED"] = "h\u00e9 \U0001f600"
     os.environ.pop("NO_COLOR", None)
     differences = 0
     with tempfile.TemporaryDirectory() as name:

@@ -6,6 +6,7 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <iterator>
 #include <string_view>
 
 namespace nq {
@@ -45,6 +46,43 @@ void take_mark(std::string& word) {
     }
 }
 
+bool takes_next_word(const Command& command, std::string_view word) {
+    for (const Option& option : command.options) {
+        const std::vector<std::string> names = split(option.name, ',');
+        if (option.value != nullptr && std::find(names.begin(), names.end(), word) != names.end()) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// Takes the words of the positional that takes the rest away from those that are parsed: CLI11 would look for options
+// in them.
+std::vector<std::string> split_rest(const Command& root, std::vector<std::string>& words) {
+    const Command* command = &root;
+    std::size_t at = 0;
+    for (; at < words.size() && !command->children.empty(); ++at) {
+        for (const Command* child : command->children) {
+            if (words[at] == child->name) {
+                command = child;
+                break;
+            }
+        }
+    }
+    if (std::none_of(command->options.begin(), command->options.end(),
+                     [](const Option& option) { return option.isRest; })) {
+        return {};
+    }
+    while (at < words.size() && words[at].size() > 1 && words[at][0] == '-' && words[at] != "--") {
+        at += takes_next_word(*command, words[at]) ? 2 : 1;
+    }
+    at = std::min(at, words.size());
+    const auto first = words.begin() + static_cast<std::ptrdiff_t>(at);
+    std::vector<std::string> rest(std::make_move_iterator(first), std::make_move_iterator(words.end()));
+    words.erase(first, words.end());
+    return rest;
+}
+
 class Parser {
 public:
     Parser(const Command& root, const std::vector<std::string>& words) : m_app(root.summary, root.name) {
@@ -53,7 +91,8 @@ public:
     }
 
     // In       `words`: those that the parser was made for.
-    void parse(std::vector<std::string> words) {
+    void parse(std::vector<std::string> words, std::vector<std::string> rest) {
+        m_rest = std::move(rest);
         // CLI11 takes the words last first.
         std::reverse(words.begin(), words.end());
         std::for_each(words.begin(), words.end(), add_mark);
@@ -71,6 +110,9 @@ public:
             std::for_each(values.begin(), values.end(), take_mark);
             if (values.empty() && option->fallback != nullptr) {
                 values = {option->fallback};
+            }
+            if (option->isRest) {
+                values = m_rest;
             }
             arguments.table[key_of(*option)] = std::move(values);
         }
@@ -106,7 +148,7 @@ private:
         CLI::Option* const added =
             option.value == nullptr ? app.add_flag(option.name, option.help) : app.add_option(option.name, option.help);
         const bool isPositional = option.name[0] != '-';
-        if (option.isList) {
+        if (option.isList || option.isRest) {
             added->type_name("...")->expected(1, CLI::detail::expected_max_vector_size)->allow_extra_args();
         } else if (option.value != nullptr) {
             added->type_name(isPositional ? "" : option.value)->expected(1);
@@ -123,16 +165,18 @@ private:
     CLI::App m_app;
     bool m_isBrief = false;
     const Command* m_command = nullptr;
+    std::vector<std::string> m_rest;
     std::map<const Command*, std::vector<std::pair<const Option*, CLI::Option*>>> m_options;
 };
 
 }  // namespace
 
 Invocation parse_command_line(std::vector<std::string> words, const Command& root) {
+    std::vector<std::string> rest = split_rest(root, words);
     Parser parser(root, words);
     Invocation invocation;
     try {
-        parser.parse(std::move(words));
+        parser.parse(std::move(words), std::move(rest));
         invocation.command = parser.command();
         invocation.arguments = parser.arguments();
         invocation.isBrief = parser.is_brief();

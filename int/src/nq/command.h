@@ -26,6 +26,8 @@ struct Option {
     const char* fallback = nullptr;  ///< value when the option is not given
     bool isRequired = false;
     bool isList = false;  ///< a positional that takes any number of values
+    /// The only positional: takes the first word that is no option, or "--", and all words behind it as they are.
+    bool isRest = false;
 };
 
 /// What the command line gave. Options are asked for by their last name without dashes ("output"), positional
@@ -77,6 +79,8 @@ extern const Command s_dumpCommand;
 extern const Command s_errorCommand;
 extern const Command s_uuidCommand;
 extern const Command s_hashCommand;
+extern const Command s_envCommand;
+extern const Command s_runCommand;
 
 /// The root of the table.
 extern const Command s_nqCommand;

@@ -22,7 +22,10 @@ inline constexpr nqcore::ErrorCode input("error.nq.input");  ///< cannot open or
 inline constexpr nqcore::ErrorCode input_lineTooLong("error.nq.input.lineTooLong");
 inline constexpr nqcore::ErrorCode output("error.nq.output");  ///< cannot open or write
 inline constexpr nqcore::ErrorCode text("error.nq.text");      ///< text that is not what it should be
-inline constexpr nqcore::ErrorCode work("error.nq.work");      ///< threads that do not do what they should
+inline constexpr nqcore::ErrorCode env_notSet("error.nq.env.notSet");
+inline constexpr nqcore::ErrorCode run("error.nq.run");  ///< cannot start a program
+inline constexpr nqcore::ErrorCode run_timeLimit("error.nq.run.timeLimit");
+inline constexpr nqcore::ErrorCode work("error.nq.work");  ///< threads that do not do what they should
 
 }  // namespace error
 

@@ -34,5 +34,12 @@
 #    define NQCORE_EVENT_BYTES 4
 #endif
 
+// Whether the end of a process is told as a wait status, which says more than an exit code.
+#if defined(_WIN32)
+#    define NQCORE_HAS_WAIT_STATUS 0
+#else
+#    define NQCORE_HAS_WAIT_STATUS 1
+#endif
+
 // Marks failure paths: kept out of line and away from the hot code.
 #define NQCORE_COLD __attribute__((cold, noinline))

@@ -32,6 +32,7 @@
 #include "nqcore/murmur_hash.h"
 #include "nqcore/object_key.h"
 #include "nqcore/priority.h"
+#include "nqcore/process_info.h"
 #include "nqcore/random.h"
 #include "nqcore/refcount_guard.h"
 #include "nqcore/refcounted.h"
