@@ -42,7 +42,21 @@ def random_log(seed, size):
 
 UUIDS = b"".join(str(uuid.UUID(bytes=random_bytes(seed, 16), version=seed % 5 + 1)).encode() + b"\n" for seed in range(500))
 
+CPUID = b"""CPU 4:
+   0x00000000 0x00: eax=0x0000000b ebx=0x756e6547 ecx=0x6c65746e edx=0x49656e69
+   0x00000001 0x00: eax=0x000206a7 ebx=0x02040800 ecx=0x9fbae3ff edx=0xbfebfbff
+   0x00000004 0x00: eax=0x04004121 ebx=0x01c0003f ecx=0x0000003f edx=0x00000000
+   0x0000000b 0x00: eax=0x00000001 ebx=0x00000002 ecx=0x00000100 edx=0x00000002
+   0x0000000b 0x01: eax=0x00000004 ebx=0x00000004 ecx=0x00000201 edx=0x00000002
+   0x40000000 0x00: eax=0x40000001 ebx=0x7473654e ecx=0x0a6b6465 edx=0x00006465
+   0x80000000 0x00: eax=0x80000002 ebx=0x00000000 ecx=0x00000000 edx=0x00000000
+CPU 5:
+   0x00000000 0x00: eax=0x00000001 ebx=0x68747541 ecx=0x444d4163 edx=0x69746e65
+   0x00000001 0x00: eax=0x00100f42 ebx=0x03040800 ecx=0x00802009 edx=0x178bfbff
+"""
+
 FILES = {
+    "cpuid.txt": CPUID,
     "uuids.txt": UUIDS,
     "sample.log": (ROOT / "examples/logs/sample.log").read_bytes(),
     "gr\u00f6\u00dfe \u6771\u4eac.log": CARD,
@@ -175,7 +189,18 @@ CASES = [
     (2, ["run", "--time-limit", "60", "x"], b""),
     (2, ["run", "--kill-after", "1x", "x"], b""),
     (2, ["env", "set-and-run", "A=1", "--"], b""),
+    (0, ["cpu", "--help"], b""),
+    (2, ["cpu", "--raw", "--info"], b""),
+    (1, ["cpu", "--from", "missing.txt"], b""),
+    (1, ["cpu", "--from", "bad.txt"], b""),
+    (1, ["cpu", "--from", "-"], b""),
+    (1, ["cpu", "--from", "cpuid.txt", "--cpu", "6"], b""),
+    (1, ["cpu", "--cpu", "4000000000"], b""),
 ]
+CASES += [(0, ["cpu", "--from", "cpuid.txt", *form], b"") for form in (
+    [], ["--cpu", "5"], ["--all", "--json"], ["--raw", "--all"], ["--raw", "--json"], ["--info"], ["--info", "--cpu", "5"],
+    ["--flags"], ["--flags", "--json"], ["--hash", "--hypervisor"], ["--digest", "--normalize", "--all"], ["--topology"],
+    ["--topology", "--json"])]
 # The same on both systems only where errno numbers have the same meaning.
 CASES += [(0, ["error", "show", "--brief", str(number)], b"") for number in (0, 1, 11, 12, 13, 21, 22, 28, 32, 10054)]
 

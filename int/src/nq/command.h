@@ -81,6 +81,7 @@ extern const Command s_uuidCommand;
 extern const Command s_hashCommand;
 extern const Command s_envCommand;
 extern const Command s_runCommand;
+extern const Command s_cpuCommand;
 
 /// The root of the table.
 extern const Command s_nqCommand;

@@ -215,9 +215,26 @@ TEST(Tool, Files) {
 }
 
 TEST(Tool, HelpEverywhere) {
-    for (const char* const command :
-         {"", "scrub ", "time ", "duration ", "utf8 ", "utf8 check ", "utf8 to-utf16 ", "encode ", "decode ", "dump ",
-          "uuid ", "uuid new ", "hash ", "env ", "env get ", "env set-and-run ", "run ", "error ", "error show "}) {
+    for (const char* const command : {"",
+                                      "scrub ",
+                                      "time ",
+                                      "duration ",
+                                      "utf8 ",
+                                      "utf8 check ",
+                                      "utf8 to-utf16 ",
+                                      "encode ",
+                                      "decode ",
+                                      "dump ",
+                                      "uuid ",
+                                      "uuid new ",
+                                      "hash ",
+                                      "cpu ",
+                                      "env ",
+                                      "env get ",
+                                      "env set-and-run ",
+                                      "run ",
+                                      "error ",
+                                      "error show "}) {
         const Answer answer = run(words_of(command + std::string("--help")));
         EXPECT_EQ(answer.exitCode, 0);
         EXPECT_NE(answer.out.find("Usage: nq"), std::string::npos) << answer.out;

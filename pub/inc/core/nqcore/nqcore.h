@@ -15,6 +15,7 @@
 #include "nqcore/cpu_flags.h"
 #include "nqcore/cpu_info.h"
 #include "nqcore/cpu_option_flag.h"
+#include "nqcore/cpuid_dump.h"
 #include "nqcore/cpuid_source.h"
 #include "nqcore/duration_text.h"
 #include "nqcore/error_code.h"
