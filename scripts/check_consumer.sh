@@ -1,13 +1,14 @@
 #!/bin/bash
-# check_consumer.sh linux|win32
-# Installs the built tree into a temporary prefix and uses it as a stranger would: the projects of examples/ are configured
-# with find_package and run, examples/consumer is compiled a second time by hand with pkg-config; the installed nq is started.
+# check_consumer.sh linux|win32 [PREFIX]
+# Uses what is installed in PREFIX as a stranger would: the projects of examples/ are configured with find_package and run,
+# examples/consumer is compiled a second time by hand with pkg-config; the installed nq is started. Without PREFIX the
+# built tree is installed into a temporary one first.
 set -euo pipefail
 target=$1
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-prefix=$work/prefix
+prefix=${2:-$work/prefix}
 flags=(-std=c++20 -Wall -Wextra -Werror)
 
 case $target in
@@ -35,7 +36,7 @@ expect() {
     diff -u "$wanted" "$work/output"
 }
 
-cmake --install "$root/build/$target" --prefix "$prefix"
+[ $# = 2 ] || cmake --install "$root/build/$target" --prefix "$prefix"
 cp -r "$root/examples" "$work/examples"
 
 for project in "$work"/examples/*/CMakeLists.txt; do

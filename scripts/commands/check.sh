@@ -1,5 +1,5 @@
 # ./dev check [STEP...]: what CI adds to the tests, cheapest first. A failed step does not keep the others from running.
-all_steps="words layers format headers budget consumer memory clang asan replay tsan"
+all_steps="words layers format headers budget manual interface consumer memory clang asan replay tsan"
 
 check_words() {
     need_packages check || return 1
@@ -27,6 +27,21 @@ check_budget() {
     configure linux
     try_step budget "header budget" "$root/scripts/check_headers.py" budget || return 1
     sed 's/^/        /' "$log_folder/budget.log"
+}
+
+check_manual() {
+    need_packages manual || return 1
+    build linux "the tool's manual" nq manual
+    try_step manual "manual page and completions" "$root/scripts/check_manual.sh"
+}
+
+check_interface() {
+    local target
+    for target in linux win32; do
+        set_up $target || return 1
+        build $target "library" nqcore
+        try_step "interface-$target" "the exported interface, $target" "$root/scripts/check_interface.py" $target || true
+    done
 }
 
 check_consumer() {
