@@ -16,6 +16,7 @@ set(NQCORE_PEERS_transforms absl_strings openssl oath)
 set(NQCORE_PEERS_uuid qt libuuid boost poco)
 set(NQCORE_PEERS_murmur_hash libmurmurhash)
 set(NQCORE_PEERS_object_key boost qt)
+set(NQCORE_PEERS_diagnostics absl_symbolize)
 
 # Peers that pkg-config knows; Boost's part is headers only and needs nothing.
 set(peer_package_simdjson simdjson)
@@ -30,6 +31,7 @@ set(peer_package_libmurmurhash libmurmurhash)
 set(peer_package_absl_strings absl_strings absl_str_format)
 set(peer_package_absl_time absl_time absl_strings)
 set(peer_package_absl_status absl_status absl_statusor absl_strings)
+set(peer_package_absl_symbolize absl_symbolize)
 
 find_package(PkgConfig REQUIRED)
 

@@ -1,5 +1,5 @@
-// The texts of diagnostic reports: registers, stack trace, stack dump. Nothing here throws but for want of memory in the
-// stream; what a report could not produce stands in it as `failedText`.
+// The texts of diagnostic reports: registers, stack trace, stack dump. Nothing here throws but for want of memory in
+// the stream; what a report could not produce stands in it as `failedText`.
 #pragma once
 
 #include "platform/stack.h"
@@ -38,8 +38,13 @@ enum class ParameterValues : bool { No, Yes };
 enum class SourceLines : bool { No, Yes };
 
 /// One line for each frame; at most `limit` frames. Takes the process-wide symbol lock for the whole.
+///
+/// In       `innermost`: the registers that the first frame was found with; null when they are gone. With them more
+///          values of parameters are known.
+/// In       `skip`: so many frames at the beginning have no line.
 void write_stack_trace(std::ostream& stream, std::span<const platform::StackFrame> frames, std::size_t limit,
-                       ParameterValues values, SourceLines lines = SourceLines::No);
+                       ParameterValues values, SourceLines lines = SourceLines::No,
+                       const platform::Registers* innermost = nullptr, std::size_t skip = 0);
 
 /// A readable name of a type or function without the parts that say nothing to a reader.
 [[nodiscard]] std::string clean_type_name(std::string_view name);

@@ -1,10 +1,13 @@
 #include "nqcore/error_exception.h"
 
+#include "error_trace.h"
 #include "nqcore/error_or.h"
 #include "nqcore/refcount_guard.h"
 #include "nqcore/weak_ref_ptr.h"
 #include "source_id.h"
 
+#include <atomic>
+#include <memory>
 #include <new>
 #include <ostream>
 #include <streambuf>
@@ -46,43 +49,103 @@ private:
     std::string m_text;
 };
 
+std::atomic<bool> s_keepsTraces{false};
+
 }  // namespace
 
-ErrorException::ErrorException(const ErrorInfo::Ptr& error)
-    : m_error(error.is_null() ? impl::unknown_error() : error) {}
+namespace impl {
 
-ErrorException::ErrorException(const ErrorException& other) noexcept : std::exception(other), m_error(other.m_error) {}
+struct ExceptionExtras {
+    explicit ExceptionExtras(ErrorTrace::Ptr itsTrace) noexcept : trace(std::move(itsTrace)) {}
+    ~ExceptionExtras() { delete text; }
+    ExceptionExtras(const ExceptionExtras&) = delete;
+    ExceptionExtras& operator=(const ExceptionExtras&) = delete;
+
+    const std::string* text = nullptr;  // of `what()`; null until it is first called
+    const ErrorTrace::Ptr trace;        // null when it was not asked for
+};
+
+}  // namespace impl
+
+namespace {
+
+using impl::ExceptionExtras;
+
+/// Puts `made` into a place that other threads may fill too, unless one of them was faster.
+///
+/// Returns  what is in the place now, and stays there.
+template <class T>
+T* publish(T*& place, std::unique_ptr<T> made) noexcept {
+    T* kept = nullptr;
+    if (__atomic_compare_exchange_n(&place, &kept, made.get(), false, __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE)) {
+        return made.release();
+    }
+    return kept;
+}
+
+// Returns  null without a trace, and for want of memory: an exception is thrown without its trace then.
+ExceptionExtras* extras_with(impl::ErrorTrace::Ptr trace) noexcept {
+    return trace.is_null() ? nullptr : new (std::nothrow) ExceptionExtras(std::move(trace));
+}
+
+ExceptionExtras* copy_extras(const ExceptionExtras* extras) noexcept {
+    return extras == nullptr ? nullptr : extras_with(extras->trace);
+}
+
+ExceptionExtras* capture_extras() noexcept {
+    if (!s_keepsTraces.load(std::memory_order_relaxed)) [[likely]] {
+        return nullptr;
+    }
+    return extras_with(impl::capture_error_trace());
+}
+
+}  // namespace
+
+bool keep_error_traces(bool keep) noexcept { return s_keepsTraces.exchange(keep, std::memory_order_relaxed); }
+
+ErrorException::ErrorException(const ErrorInfo::Ptr& error)
+    : m_error(error.is_null() ? impl::unknown_error() : error), m_extras(capture_extras()) {}
+
+ErrorException::ErrorException(const ErrorException& other) noexcept
+    : std::exception(other),
+      m_error(other.m_error),
+      m_extras(copy_extras(__atomic_load_n(&other.m_extras, __ATOMIC_ACQUIRE))) {}
 
 ErrorException& ErrorException::operator=(const ErrorException& other) noexcept {
     if (this != &other) {
         std::exception::operator=(other);
         m_error = other.m_error;
-        delete std::exchange(m_whatText, nullptr);
+        delete std::exchange(m_extras, copy_extras(__atomic_load_n(&other.m_extras, __ATOMIC_ACQUIRE)));
     }
     return *this;
 }
 
-ErrorException::~ErrorException() { delete m_whatText; }
+ErrorException::~ErrorException() { delete m_extras; }
 
 const char* ErrorException::what() const noexcept {
-    if (const std::string* const kept = __atomic_load_n(&m_whatText, __ATOMIC_ACQUIRE)) {
-        return kept->c_str();
+    ExceptionExtras* extras = __atomic_load_n(&m_extras, __ATOMIC_ACQUIRE);
+    if (extras != nullptr) {
+        if (const std::string* const kept = __atomic_load_n(&extras->text, __ATOMIC_ACQUIRE)) {
+            return kept->c_str();
+        }
     }
     try {
-        const std::string* const built = new std::string(build_what_text());
-        const std::string* kept = nullptr;
-        if (__atomic_compare_exchange_n(&m_whatText, &kept, built, false, __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE)) {
-            return built->c_str();
+        auto text = std::make_unique<const std::string>(build_what_text());
+        if (extras == nullptr) {
+            extras = publish(m_extras, std::make_unique<ExceptionExtras>(nullptr));
         }
-        // Another thread was faster; what it returned must stay.
-        delete built;
-        return kept->c_str();
+        return publish(extras->text, std::move(text))->c_str();
     } catch (...) {
         return "nqcore::ErrorException";
     }
 }
 
-void ErrorException::rethrow() const { throw ErrorException(m_error); }
+const StackTrace* ErrorException::stack_trace() const noexcept {
+    const ExceptionExtras* const extras = __atomic_load_n(&m_extras, __ATOMIC_ACQUIRE);
+    return extras == nullptr || extras->trace.is_null() ? nullptr : &extras->trace->trace();
+}
+
+void ErrorException::rethrow() const { throw ErrorException(*this); }
 
 void ErrorException::throw_error(const ErrorInfo::Ptr& error) { throw ErrorException(error); }
 
@@ -103,7 +166,7 @@ WeakRefPromoteException::WeakRefPromoteException(const ErrorInfo::Ptr& error)
 
 WeakRefPromoteException::~WeakRefPromoteException() = default;
 
-void WeakRefPromoteException::rethrow() const { throw WeakRefPromoteException(error()); }
+void WeakRefPromoteException::rethrow() const { throw WeakRefPromoteException(*this); }
 
 BadLexicalCast::~BadLexicalCast() = default;
 

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -15,6 +16,8 @@ namespace nqcore::platform {
 /// `release_symbols`. A thread that has it may acquire again.
 ///
 /// Returns  false when there are no symbols to be had; nothing is to be released then.
+/// Threads  any; other threads wait. No signal handler: the thread that it interrupts may be changing what is known.
+///          A forked child finds the lock as the thread that forked had it.
 [[nodiscard]] bool acquire_symbols() noexcept;
 void release_symbols() noexcept;
 
@@ -100,6 +103,8 @@ struct Parameter {
     std::string_view typeName;
     /// Of a pointer: what it points to, when that is described.
     std::uint64_t targetSize = 0;
+    /// Of a pointer: it points to another pointer.
+    bool targetIsPointer = false;
 };
 
 class ParameterSink {
@@ -110,9 +115,13 @@ protected:
     ~ParameterSink() = default;
 };
 
-/// Hands over the parameters of the function that a frame stands in, in their order.
+/// Hands over the parameters of the function that `frames[index]` stands in, in their order.
 ///
+/// In       `frames`: innermost first. Those before `index` are its callees, which saved some of its registers; the next
+///          one is its caller, which may still have what it passed.
+/// In       `innermost`: the registers that the first frame was found with; null when they are gone.
 /// Returns  false when the function's parameters are not described; an empty list is a list.
-[[nodiscard]] bool enumerate_parameters(const StackFrame& frame, ParameterSink& sink);
+[[nodiscard]] bool enumerate_parameters(std::span<const StackFrame> frames, std::size_t index, ParameterSink& sink,
+                                        const Registers* innermost = nullptr);
 
 }  // namespace nqcore::platform

@@ -44,7 +44,8 @@ public:
     /// The calling thread's stack.
     ///
     /// In       `skip`: frames to leave out, of the function that calls this on.
-    /// Cost     no memory, no lock, no symbols.
+    /// Threads  any, signal handlers too.
+    /// Cost     no memory, no lock, no symbols. The first capture of a thread asks the system where its stack is.
     [[nodiscard]] NQCORE_COLD static StackTrace capture(unsigned skip = 0) noexcept;
 
     [[nodiscard]] unsigned size() const noexcept { return m_size; }
@@ -59,7 +60,10 @@ public:
     /// Errors   `std::bad_alloc`.
     [[nodiscard]] Description describe(const Frame& frame) const;
 
-    /// One line for each frame, without values of parameters: the frames may be gone.
+    /// One line for each frame, with the source line where it is known, without values of parameters: the frames may be
+    /// gone.
+    ///
+    ///     [0x55d0c6a1b2c3]server!Store::open at src/store.cpp:42
     void write_trace(std::ostream& stream) const;
     /// The same as text. (Include <string> to use it.)
     [[nodiscard]] std::string as_string() const;

@@ -1,0 +1,153 @@
+#include "nqcore/stack_trace.h"
+
+#include "error_test_support.h"
+#include "nqcore/error_exception.h"
+#include "nqcore/weak_ref_ptr.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace nqcore {
+namespace {
+
+[[gnu::noinline]] StackTrace captured_here(unsigned skip) {
+    const StackTrace trace = StackTrace::capture(skip);
+    asm volatile("" : : : "memory");
+    return trace;
+}
+
+[[gnu::noinline]] StackTrace captured_at(unsigned depth) {
+    const StackTrace trace = depth == 0 ? StackTrace::capture() : captured_at(depth - 1);
+    asm volatile("" : : : "memory");
+    return trace;
+}
+
+std::vector<std::uintptr_t> addresses(const StackTrace& trace) {
+    std::vector<std::uintptr_t> out;
+    for (const StackTrace::Frame& frame : trace) {
+        out.push_back(frame.instructionPointer);
+    }
+    return out;
+}
+
+std::size_t count_lines(const std::string& text) {
+    return static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
+}
+
+TEST(StackTrace, BeginsWhereItIsCaptured) {
+    EXPECT_TRUE(StackTrace().empty() && StackTrace().as_string().empty());
+    std::vector<std::vector<std::uintptr_t>> traces;
+    for (unsigned skip = 0; skip < 2; ++skip) {  // one place for both
+        traces.push_back(addresses(captured_here(skip)));
+    }
+    traces[0].erase(traces[0].begin());
+    EXPECT_EQ(traces[0], traces[1]);
+    EXPECT_TRUE(captured_here(1000).empty());
+
+    const StackTrace trace = captured_here(0);
+    const StackTrace::Description first = trace.describe(*trace.begin());
+    EXPECT_THAT(std::string(first.function.view()), testing::HasSubstr("captured_here"));
+    EXPECT_THAT(std::string(first.module.view()), testing::HasSubstr("stack_trace_test"));
+    const std::string text = trace.as_string();
+    EXPECT_EQ(count_lines(text), trace.size());
+    EXPECT_THAT(text.substr(0, text.find('\n')), testing::HasSubstr("captured_here"));
+    EXPECT_THAT(text, testing::Not(testing::HasSubstr("StackTrace::capture"))) << "not the library's own frames";
+}
+
+TEST(StackTrace, HoldsAsManyFramesAsItHasRoomFor) {
+    const unsigned depthHere = captured_at(0).size();
+    const unsigned most = StackTrace::maxFrames;
+    EXPECT_EQ(captured_at(1).size(), depthHere + 1);
+    const StackTrace full = captured_at(most - depthHere);
+    EXPECT_TRUE(full.size() == most && !full.is_truncated());
+    const StackTrace more = captured_at(most - depthHere + 1);
+    EXPECT_TRUE(more.size() == most && more.is_truncated());
+    EXPECT_TRUE(more.as_string().ends_with("\n(subsequent frames omitted)\n"));
+}
+
+// Not in a register, whose value is gone when others are called.
+[[gnu::noinline, gnu::optimize("O0")]] std::string written_with(int number, const char* text) {
+    std::ostringstream stream;
+    StackTrace::write_current(stream);
+    return stream.str() + (number == 0 ? text : "");
+}
+
+TEST(StackTrace, ShowsValuesOfParameters) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "sanitized programs are built with debug information for lines only";
+#endif
+    const std::string text = written_with(4711, "x");
+    const std::string first = text.substr(0, text.find('\n'));
+    EXPECT_THAT(first, testing::AllOf(testing::HasSubstr("written_with"), testing::HasSubstr("number=4711"),
+                                      testing::HasSubstr("text=0x")));
+    EXPECT_THAT(first, testing::HasSubstr("stack_trace_test.cpp:"));
+}
+
+TEST(StackTrace, IsWrittenWhenItsThreadIsGone) {
+    std::vector<StackTrace> traces(4);
+    std::vector<std::string> texts(4);
+    run_on_threads(traces, [](StackTrace& trace) { trace = captured_at(3); });
+    run_on_threads(texts, [&](std::string& text) { text = traces[0].as_string(); });
+    EXPECT_THAT(texts[0], testing::HasSubstr("captured_at"));
+    EXPECT_EQ(texts, std::vector<std::string>(4, texts[0]));
+}
+
+[[gnu::noinline]] void throw_here() {
+    throw_error(record("error.a"));
+    asm volatile("" : : : "memory");
+}
+
+// Asks for traces for as long as it lives.
+struct Asking {
+    Asking() { EXPECT_FALSE(keep_error_traces(true)); }
+    ~Asking() { EXPECT_TRUE(keep_error_traces(false)); }
+};
+
+static_assert(sizeof(ErrorException) == 3 * sizeof(void*), "a table, a record and the extras");
+
+TEST(ErrorTrace, IsKeptWhenAskedFor) {
+    EXPECT_EQ(ErrorException(record()).stack_trace(), nullptr);
+    const Asking asking;
+    try {
+        throw_here();
+    } catch (const ErrorException& exception) {
+        ASSERT_NE(exception.stack_trace(), nullptr);
+        const std::string text = exception.stack_trace()->as_string();
+        EXPECT_THAT(text, testing::HasSubstr("throw_here"));
+        EXPECT_THAT(text, testing::Not(testing::HasSubstr("capture"))) << "not how it was captured";
+        EXPECT_NE(std::string(exception.what()).size(), 0u);
+        EXPECT_EQ(exception.stack_trace()->as_string(), text) << "beside the other text";
+    }
+}
+
+TEST(ErrorTrace, GoesWithTheException) {
+    ErrorException target(record("error.b"));
+    {
+        const Asking asking;
+        const WeakRefPromoteException weak;
+        const ErrorException& base = weak;
+        const std::vector<std::uintptr_t> place = addresses(*weak.stack_trace());
+        try {
+            base.rethrow();
+        } catch (const WeakRefPromoteException& again) {
+            EXPECT_EQ(addresses(*again.stack_trace()), place) << "the first place, not the last";
+        }
+        target = weak;
+        EXPECT_EQ(addresses(*target.stack_trace()), place);
+    }
+    const ErrorException copy = target;
+    const ErrorException without(record());
+    EXPECT_EQ(copy.stack_trace(), target.stack_trace()) << "shared";
+    target = without;
+    EXPECT_EQ(target.stack_trace(), nullptr);
+    EXPECT_NE(copy.stack_trace(), nullptr);
+    EXPECT_STREQ(copy.what(), ErrorException(copy.error()).what());
+}
+
+}  // namespace
+}  // namespace nqcore

@@ -1,0 +1,94 @@
+#include "platform/symbol_path.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <string>
+
+namespace nqcore::platform {
+namespace {
+
+using Variables = std::map<std::wstring_view, std::wstring_view>;
+
+// As the system reads: a value that does not fit leaves the room half-written.
+struct Reader {
+    const Variables& variables;
+
+    std::size_t operator()(const wchar_t* name, wchar_t* to, std::size_t room) const {
+        const auto found = variables.find(name);
+        if (found == variables.end()) {
+            return 0;
+        }
+        const std::wstring_view value = found->second;
+        value.copy(to, room);
+        if (value.size() < room) {
+            to[value.size()] = L'\0';
+            return value.size();
+        }
+        return value.size() + 1;
+    }
+};
+
+std::wstring path_of(std::wstring_view program, const Variables& variables, std::size_t size = symbolPathSize) {
+    std::wstring buffer(size + 1, L'#');
+    const std::wstring path(write_symbol_path({buffer.data(), size}, program, Reader{variables}));
+    EXPECT_EQ(buffer[path.size()], L'\0');
+    EXPECT_EQ(buffer[size], L'#');
+    return path;
+}
+
+TEST(SymbolPath, OrderAndMissingParts) {
+    const std::wstring_view program = L"C:\\app\\bin\\a.exe";
+    const struct {
+        std::wstring_view program;
+        Variables variables;
+        std::wstring_view path;
+    } cases[] = {
+        {program,
+         {{L"SYSTEMROOT", L"R"},
+          {L"PATH", L"p;q"},
+          {L"_NT_SYMBOL_PATH", L"S"},
+          {L"_NT_ALT_SYMBOL_PATH", L"A"},
+          {L"_NT_ALTERNATE_SYMBOL_PATH", L"B"}},
+         L"C:\\app\\bin;R;R\\System32;p;q;S;A"},
+        {program, {}, L"C:\\app\\bin"},
+        {program, {{L"SYSTEMROOT", L""}, {L"PATH", L"p"}, {L"_NT_SYMBOL_PATH", L""}}, L"C:\\app\\bin;p"},
+        {program, {{L"_NT_ALTERNATE_SYMBOL_PATH", L"B"}}, L"C:\\app\\bin;B"},
+        {program, {{L"_NT_ALT_SYMBOL_PATH", L""}, {L"_NT_ALTERNATE_SYMBOL_PATH", L"B"}}, L"C:\\app\\bin;B"},
+        {L"a.exe", {{L"SYSTEMROOT", L"R"}}, L"R;R\\System32"},
+        {L"", {}, L""},
+    };
+    for (const auto& row : cases) {
+        EXPECT_EQ(path_of(row.program, row.variables), row.path);
+    }
+}
+
+TEST(SymbolPath, WhatDoesNotFitIsLeftOut) {
+    const Variables variables = {{L"SYSTEMROOT", L"R"}, {L"PATH", L"long"}, {L"_NT_SYMBOL_PATH", L"S"}};
+    const struct {
+        std::size_t size;
+        std::wstring_view path;
+    } cases[] = {
+        {23, L"C:;R;R\\System32;long;S"},
+        {22, L"C:;R;R\\System32;long"},
+        {20, L"C:;R;R\\System32;S"},  // one variable that is too long does not keep out the next
+        {16, L"C:;R;R\\System32"},
+        {15, L"C:;R;R\\System3"},  // what follows a value is cut
+        {6, L"C:;R"},
+        {4, L"C:"},
+        {2, L"C"},
+        {1, L""},
+    };
+    for (const auto& row : cases) {
+        EXPECT_EQ(path_of(L"C:\\a.exe", variables, row.size), row.path) << row.size;
+    }
+    // A value that is there keeps the alternative out, even when it does not fit.
+    const Variables both = {{L"_NT_ALT_SYMBOL_PATH", L"too long"}, {L"_NT_ALTERNATE_SYMBOL_PATH", L"B"}};
+    EXPECT_EQ(path_of(L"C:\\a", both, 8), L"C:");
+    EXPECT_EQ(path_of(std::wstring(5000, L'd') + L"\\a.exe", variables), std::wstring(4095, L'd'));
+}
+
+static_assert(symbol_options(0x2, true) == 0x414 && symbol_options(0x3, false) == 0x80415);
+
+}  // namespace
+}  // namespace nqcore::platform
