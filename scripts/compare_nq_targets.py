@@ -196,6 +196,8 @@ CASES = [
     (1, ["cpu", "--from", "-"], b""),
     (1, ["cpu", "--from", "cpuid.txt", "--cpu", "6"], b""),
     (1, ["cpu", "--cpu", "4000000000"], b""),
+    (0, ["trace", "--help"], b""),
+    (2, ["trace", "--all"], b""),
 ]
 CASES += [(0, ["cpu", "--from", "cpuid.txt", *form], b"") for form in (
     [], ["--cpu", "5"], ["--all", "--json"], ["--raw", "--all"], ["--raw", "--json"], ["--info"], ["--info", "--cpu", "5"],

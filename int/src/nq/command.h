@@ -82,6 +82,7 @@ extern const Command s_hashCommand;
 extern const Command s_envCommand;
 extern const Command s_runCommand;
 extern const Command s_cpuCommand;
+extern const Command s_traceCommand;
 
 /// The root of the table.
 extern const Command s_nqCommand;

@@ -7,9 +7,9 @@ namespace {
 
 // In the order of the help text: the main job first.
 constexpr const Command* s_commands[] = {
-    &s_scrubCommand,  &s_timeCommand, &s_durationCommand, &s_utf8Command, &s_encodeCommand,
-    &s_decodeCommand, &s_dumpCommand, &s_uuidCommand,     &s_hashCommand, &s_cpuCommand,
-    &s_envCommand,    &s_runCommand,  &s_errorCommand,
+    &s_scrubCommand,  &s_timeCommand, &s_durationCommand, &s_utf8Command,  &s_encodeCommand,
+    &s_decodeCommand, &s_dumpCommand, &s_uuidCommand,     &s_hashCommand,  &s_cpuCommand,
+    &s_envCommand,    &s_runCommand,  &s_traceCommand,    &s_errorCommand,
 };
 
 }  // namespace

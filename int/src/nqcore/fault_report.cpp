@@ -1,6 +1,8 @@
 #include "nqcore/fault_report.h"
 
+#include "dump_file.h"
 #include "error_reserve.h"
+#include "fault_report_trace.h"
 #include "nqcore/error_exception.h"
 #include "nqcore/error_info.h"
 #include "nqcore/source_location.h"
@@ -8,6 +10,7 @@
 
 #include <ace/Log_Msg.h>
 
+#include <atomic>
 #include <exception>
 #include <new>
 #include <sstream>
@@ -21,6 +24,20 @@ constexpr SourceId s_source("$Id: //nqcore/int/src/nqcore/fault_report.cpp#1 $")
 const impl::ErrorReserve s_outOfMemory([] {
     return ErrorInfo::from_exception(std::bad_alloc(), s_source.here("nqcore::impl::error_in_flight()"));
 });
+
+// A dump takes seconds and much of a disk, and the first exception tells most.
+void write_first_dump() {
+    static constinit std::atomic<bool> s_hasDump = false;
+    if (!impl::is_dump_folder_configured() || s_hasDump.exchange(true, std::memory_order_relaxed)) {
+        return;
+    }
+    const std::string path = impl::write_dump_file();
+    impl::trace_lines(path.empty() ? "nqcore: creation of dump failed" : "nqcore: dump saved to " + path);
+}
+
+}  // namespace
+
+namespace impl {
 
 // The log cuts long entries short, so each line is an entry of its own.
 void trace_lines(const std::string& text) {
@@ -36,10 +53,6 @@ void trace_lines(const std::string& text) {
         begin = end + 1;
     }
 }
-
-}  // namespace
-
-namespace impl {
 
 ErrorInfo::Ptr error_in_flight(const SourceLocation& location) noexcept {
     if (!std::current_exception()) {
@@ -70,7 +83,8 @@ void create_dump_and_trace_anonymous_exception(const SourceLocation& location) n
         } else {
             text << ": no exception in flight";
         }
-        trace_lines(text.str());
+        impl::trace_lines(text.str());
+        write_first_dump();
     } catch (...) {
         // Memory is exhausted, most likely; there is nobody left to tell.
     }

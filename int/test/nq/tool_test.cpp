@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -215,31 +216,29 @@ TEST(Tool, Files) {
 }
 
 TEST(Tool, HelpEverywhere) {
-    for (const char* const command : {"",
-                                      "scrub ",
-                                      "time ",
-                                      "duration ",
-                                      "utf8 ",
-                                      "utf8 check ",
-                                      "utf8 to-utf16 ",
-                                      "encode ",
-                                      "decode ",
-                                      "dump ",
-                                      "uuid ",
-                                      "uuid new ",
-                                      "hash ",
-                                      "cpu ",
-                                      "env ",
-                                      "env get ",
-                                      "env set-and-run ",
-                                      "run ",
-                                      "error ",
-                                      "error show "}) {
-        const Answer answer = run(words_of(command + std::string("--help")));
+    constexpr const char* commands =
+        "/scrub/time/duration/utf8/utf8 check/utf8 to-utf16/encode/decode/dump/uuid/uuid new/hash/cpu/env/env get/"
+        "env set-and-run/run/trace/error/error show";
+    std::istringstream names(commands);
+    for (std::string command; std::getline(names, command, '/');) {
+        const Answer answer = run(words_of(command + " --help"));
         EXPECT_EQ(answer.exitCode, 0);
         EXPECT_NE(answer.out.find("Usage: nq"), std::string::npos) << answer.out;
         EXPECT_EQ(answer.err, "");
     }
+}
+
+TEST(Tool, Trace) {
+    const Answer demo = run(words_of("trace --demo"));
+    EXPECT_EQ(demo.exitCode, 0);
+    for (const char* const text :
+         {"error.exception.assert", "Debug Assertion Failed! ", "Expression: order->weightKg > 0", "Details: harbour",
+          "Stack Trace:\n", "> Frame 1 -- fp="}) {
+        EXPECT_NE(demo.out.find(text), std::string::npos) << text << "\nin\n" << demo.out;
+    }
+    EXPECT_EQ(run(words_of("trace --demo --json")).out.find("{\"code\":\"error.exception.assert\""), 0u);
+    EXPECT_NE(run(words_of("trace")).out.find("[0x"), std::string::npos);
+    EXPECT_EQ(run(words_of("trace --json")).out.find("{\"address\":"), 0u);
 }
 
 TEST(Tool, WritesToNamedFile) {

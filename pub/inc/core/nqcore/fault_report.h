@@ -15,7 +15,8 @@ class SourceLocation;
 /// Writes the exception in flight to the trace as an error record, with the place that caught it.
 ///
 /// The trace is ACE's log (`ACE_Log_Msg`, standard error unless the program directs it elsewhere), priority `LM_ERROR`,
-/// one entry for each line.
+/// one entry for each line. Where KAVO_TRACE_ROOT names a folder, the first call in a process also writes a memory dump
+/// there, whose path goes to the trace; all threads stand still meanwhile.
 /// In       `location`: where the exception was caught.
 /// Errors   none: what fails on the way is left out.
 /// Threads  any. Call it from a `catch` block; with no exception in flight it says so.

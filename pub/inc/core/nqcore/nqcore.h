@@ -8,6 +8,7 @@
 #include <string>
 #include "nqcore/abs_rel_time.h"
 #include "nqcore/affinity.h"
+#include "nqcore/assertion.h"
 #include "nqcore/async_result.h"
 #include "nqcore/atomic_op.h"
 #include "nqcore/barrier.h"
@@ -29,6 +30,7 @@
 #include "nqcore/future_await.h"
 #include "nqcore/interface_ptr.h"
 #include "nqcore/lifetime.h"
+#include "nqcore/main_intercept.h"
 #include "nqcore/monotonic_time.h"
 #include "nqcore/murmur_hash.h"
 #include "nqcore/object_key.h"

@@ -1,6 +1,7 @@
 #include "../module.h"
 
 #include <dlfcn.h>
+#include <unistd.h>
 #include <csignal>
 
 namespace nqcore::platform {
@@ -15,6 +16,21 @@ void* hold_own_module() noexcept {
 void release_module(void* held) noexcept {
     if (held != nullptr) {
         dlclose(held);
+    }
+}
+
+std::string program_path() {
+    std::string path(256, '\0');
+    for (;;) {
+        const ssize_t length = readlink("/proc/self/exe", path.data(), path.size());
+        if (length < 0) {
+            return {};
+        }
+        if (static_cast<std::size_t>(length) < path.size()) {
+            path.resize(static_cast<std::size_t>(length));
+            return path;
+        }
+        path.resize(2 * path.size());
     }
 }
 

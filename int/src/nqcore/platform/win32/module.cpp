@@ -1,5 +1,7 @@
 #include "../module.h"
 
+#include "wide_text.h"
+
 #include <windows.h>
 
 namespace nqcore::platform {
@@ -13,6 +15,20 @@ void* hold_own_module() noexcept {
 void release_module(void* held) noexcept {
     if (held != nullptr) {
         FreeLibrary(static_cast<HMODULE>(held));
+    }
+}
+
+std::string program_path() {
+    std::wstring path(MAX_PATH, L'\0');
+    for (;;) {
+        const DWORD units = GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
+        if (units == 0) {
+            return {};
+        }
+        if (units < path.size()) {
+            return utf8_text({path.data(), units});
+        }
+        path.resize(2 * path.size());
     }
 }
 
