@@ -95,118 +95,149 @@ private:
     std::size_t m_count = 0;
 };
 
-/// Cleaned names of functions by address: cleaning takes longer than everything else in a line. Guarded by the symbol
-/// lock. An entry counts only for the name that it was made from, so that nothing has to be forgotten.
-class CleanedNames {
+/// What lines say in front of the parameters, by address: to look it up and to clean the name takes longer than everything
+/// else in a line. Guarded by the symbol lock.
+class KnownHeads {
 public:
-    void append(std::string& out, std::uintptr_t address, std::string_view name) {
-        Entry& entry = m_entries[(address ^ (address >> 8)) % std::size(m_entries)];
-        if (std::string_view(entry.text, entry.nameSize) == name) {
-            out.append(entry.text + entry.nameSize, entry.cleanedSize);
-            return;
+    bool append_to(std::string& out, const StackFrame& frame, std::uint64_t generation) const {
+        const Entry& entry = m_entries[place_of(frame)];
+        if (entry.size == 0 || entry.generation != generation || entry.address != frame.instructionPointer ||
+            entry.isReturnAddress != (frame.isReturnAddress != 0)) {
+            return false;
         }
-        const std::size_t begin = out.size();
-        append_type_name(out, name);
-        const std::string_view cleaned = std::string_view(out).substr(begin);
-        if (name.size() + cleaned.size() <= sizeof entry.text) {
-            entry.nameSize = static_cast<std::uint16_t>(name.copy(entry.text, name.size()));
-            entry.cleanedSize = static_cast<std::uint16_t>(cleaned.copy(entry.text + name.size(), cleaned.size()));
+        out.append(entry.text, entry.size);
+        return true;
+    }
+    void keep(const StackFrame& frame, std::uint64_t generation, std::string_view head) noexcept {
+        Entry& entry = m_entries[place_of(frame)];
+        if (head.size() <= sizeof entry.text) {
+            entry.address = frame.instructionPointer;
+            entry.generation = generation;
+            entry.isReturnAddress = frame.isReturnAddress != 0;
+            entry.size = static_cast<std::uint16_t>(head.copy(entry.text, head.size()));
         }
     }
 
 private:
+    static constexpr std::size_t s_places = 256;
     struct Entry {
-        std::uint16_t nameSize = 0;
-        std::uint16_t cleanedSize = 0;
-        char text[252] = {};
+        std::uintptr_t address = 0;
+        std::uint64_t generation = 0;
+        std::uint16_t size = 0;
+        bool isReturnAddress = false;
+        char text[236] = {};
     };
-    Entry m_entries[256];
+    static std::size_t place_of(const StackFrame& frame) noexcept {
+        return (frame.instructionPointer ^ (frame.instructionPointer >> 8)) % s_places;
+    }
+    Entry m_entries[s_places];
 };
-constinit CleanedNames s_cleanedNames;
+constinit KnownHeads s_knownHeads;
 
 /// Writes the lines of a stack trace.
 class TraceText {
 public:
-    TraceText(std::span<const StackFrame> frames, ParameterValues values, SourceLines lines, const Registers* innermost)
-        : m_frames(frames), m_values(values), m_lines(lines), m_innermost(innermost) {}
+    TraceText(std::ostream& stream, std::span<const StackFrame> frames, ParameterValues values, SourceLines lines,
+              const Registers* innermost)
+        : m_stream(stream), m_frames(frames), m_values(values), m_lines(lines), m_innermost(innermost) {
+        m_text.reserve(s_pieceSize);
+    }
 
-    [[nodiscard]] std::string_view line(std::size_t index, bool hasSymbols) {
-        m_line.clear();
-        m_line += '[';
-        append_pointer(m_line, m_frames[index].instructionPointer);
-        m_line += ']';
-        const std::size_t begun = m_line.size();
+    void line(std::size_t index, bool hasSymbols) {
+        const StackFrame& frame = m_frames[index];
+        const std::size_t lineBegin = m_text.size();
+        const bool isKnown =
+            hasSymbols && has_frame(frame) && s_knownHeads.append_to(m_text, frame, platform::symbols_generation());
+        if (!isKnown) {
+            m_text += '[';
+            append_pointer(m_text, frame.instructionPointer);
+            m_text += ']';
+        }
+        const std::size_t begun = m_text.size();
         try {
-            if (hasSymbols) {
-                append_module(m_frames[index]);
-                append_symbol(index);
-            } else {
-                m_line.append(s_unknownModule).append("!");
-                if (!append_bad_frame(m_frames[index])) {
-                    m_line += "<no symbols>";
-                }
+            if (isKnown || append_place(frame, hasSymbols, lineBegin)) {
+                append_more(index);
             }
         } catch (...) {
-            m_line.resize(begun);
-            m_line += failedText;
+            m_text.resize(begun);
+            m_text += failedText;
         }
-        m_line += '\n';
-        return m_line;
+        m_text += '\n';
+        if (m_text.size() > s_pieceSize / 2) {
+            write();
+        }
+    }
+    /// Writes what there is: each call of the stream costs as much as making a line that is known.
+    void write() {
+        m_stream.write(m_text.data(), static_cast<std::streamsize>(m_text.size()));
+        m_text.clear();
     }
 
 private:
-    void append_module(const StackFrame& frame) {
-        const std::string name = platform::module_name(frame.lookup_address());
-        m_line.append(name.empty() ? s_unknownModule : std::string_view(name)).append("!");
+    static constexpr std::size_t s_pieceSize = 4096;
+
+    // In       `lineBegin`: where the line begins in the text.
+    // Returns  whether a function is named.
+    bool append_place(const StackFrame& frame, bool hasSymbols, std::size_t lineBegin) {
+        const std::string module = hasSymbols ? platform::module_name(frame.lookup_address()) : std::string();
+        m_text.append(module.empty() ? s_unknownModule : std::string_view(module)).append("!");
+        if (append_bad_frame(frame)) {
+            return false;
+        }
+        if (!hasSymbols) {
+            m_text += "<no symbols>";
+            return false;
+        }
+        const platform::FunctionName function = platform::function_name(frame);
+        if (function.name.empty()) {
+            m_text += "<no symbols,0x";
+            append_hex(m_text, function.displacement, 1);
+            m_text += '>';
+            return false;
+        }
+        append_type_name(m_text, function.name);
+        s_knownHeads.keep(frame, platform::symbols_generation(), std::string_view(m_text).substr(lineBegin));
+        return true;
+    }
+    void append_more(std::size_t index) {
+        if (m_values == ParameterValues::Yes) {
+            append_parameters(index);
+        }
+        if (m_lines == SourceLines::Yes) {
+            append_source_line(m_frames[index]);
+        }
     }
     bool append_bad_frame(const StackFrame& frame) {
         if (!platform::is_code(frame.lookup_address())) {
-            m_line += s_badCodePointer;
-        } else if (m_values == ParameterValues::Yes && !is_frame_readable(frame.framePointer)) {
-            // Of a trace that is written later only the code is left: the stack may be another's by now.
-            m_line += "<bad frame>";
+            m_text += s_badCodePointer;
+        } else if (!has_frame(frame)) {
+            m_text += "<bad frame>";
         } else {
             return false;
         }
         return true;
     }
-    void append_symbol(std::size_t index) {
-        const StackFrame& frame = m_frames[index];
-        if (append_bad_frame(frame)) {
-            return;
-        }
-        const platform::FunctionName function = platform::function_name(frame);
-        if (function.name.empty()) {
-            m_line += "<no symbols,0x";
-            append_hex(m_line, function.displacement, 1);
-            m_line += '>';
-            return;
-        }
-        s_cleanedNames.append(m_line, frame.instructionPointer, function.name);
-        if (m_values == ParameterValues::Yes) {
-            append_parameters(index);
-        }
-        if (m_lines == SourceLines::Yes) {
-            append_source_line(frame);
-        }
-    }
     void append_parameters(std::size_t index) {
-        const std::size_t begun = m_line.size();
-        m_line += '(';
-        ParameterList list(m_line);
+        const std::size_t begun = m_text.size();
+        m_text += '(';
+        ParameterList list(m_text);
         if (platform::enumerate_parameters(m_frames, index, list, m_innermost)) {
-            m_line += ')';
+            m_text += ')';
         } else {
-            m_line.resize(begun);
-            m_line += "<no param info>";
+            m_text.resize(begun);
+            m_text += "<no param info>";
         }
     }
     void append_source_line(const StackFrame& frame) {
         const platform::SourceLine source = platform::source_line(frame);
         if (!source.file.empty()) {
-            m_line.append(" at ").append(source.file).append(":");
-            append_decimal(m_line, source.line);
+            m_text.append(" at ").append(source.file).append(":");
+            append_decimal(m_text, source.line);
         }
+    }
+    // Of a trace that is written later only the code is left: the stack may be another's by now.
+    bool has_frame(const StackFrame& frame) noexcept {
+        return m_values == ParameterValues::No || is_frame_readable(frame.framePointer);
     }
     // Frames lie close together: most are on a page that has been looked at.
     bool is_frame_readable(std::uintptr_t address) noexcept {
@@ -223,12 +254,13 @@ private:
         return isReadable;
     }
 
+    std::ostream& m_stream;
     std::span<const StackFrame> m_frames;
     ParameterValues m_values;
     SourceLines m_lines;
     const Registers* m_innermost;
     std::uintptr_t m_readablePage = 0;  // the first page of all never is
-    std::string m_line;
+    std::string m_text;
 };
 
 }  // namespace
@@ -256,11 +288,11 @@ void write_registers(std::ostream& stream, const Registers& registers) { stream 
 void write_stack_trace(std::ostream& stream, std::span<const StackFrame> frames, std::size_t limit,
                        ParameterValues values, SourceLines lines, const Registers* innermost, std::size_t skip) {
     const platform::SymbolScope symbols;
-    TraceText text(frames, values, lines, innermost);
+    TraceText text(stream, frames, values, lines, innermost);
     for (std::size_t i = skip; i < frames.size() && i - skip < limit; ++i) {
-        const std::string_view line = text.line(i, static_cast<bool>(symbols));
-        stream.write(line.data(), static_cast<std::streamsize>(line.size()));
+        text.line(i, static_cast<bool>(symbols));
     }
+    text.write();
 }
 
 }  // namespace nqcore::impl

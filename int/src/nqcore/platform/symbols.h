@@ -40,6 +40,9 @@ private:
 
 // Everything below needs the symbols acquired, and may run out of memory (`std::bad_alloc`).
 
+/// Changes when answers given before may not hold any more: modules came or went.
+[[nodiscard]] std::uint64_t symbols_generation() noexcept;
+
 /// Name, without folder or extension as the system's tools show it, of the module at an address; empty when there is none.
 [[nodiscard]] std::string module_name(std::uintptr_t address);
 

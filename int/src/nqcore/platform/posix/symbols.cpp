@@ -61,7 +61,9 @@ private:
     bool m_hasGrown = false;
 };
 
-constinit Symbols* s_symbols = nullptr;  // under the lock
+// Under the lock.
+constinit Symbols* s_symbols = nullptr;
+constinit std::uint64_t s_generation = 0;
 
 void Symbols::update() {
     if (count_module_changes() == m_changes) {
@@ -88,6 +90,7 @@ void Symbols::update() {
     m_addresses.clear();
     m_addressBytes = 0;
     m_changes = list.changes;
+    ++s_generation;
 }
 
 // Only between uses: references into the caches are about otherwise.
@@ -241,6 +244,8 @@ void release_symbols() noexcept {
     }
     SymbolLock::release();
 }
+
+std::uint64_t symbols_generation() noexcept { return s_generation; }
 
 string module_name(std::uintptr_t address) {
     const KnownModule* const known = s_symbols->find_module(address);

@@ -138,6 +138,7 @@ public:
 
     [[nodiscard]] const DebugHelp& help() const noexcept { return m_help; }
     [[nodiscard]] HANDLE process() const noexcept { return m_process; }
+    [[nodiscard]] std::uint64_t generation() const noexcept { return m_generation; }
 
 private:
     bool get_ready() noexcept {
@@ -146,6 +147,7 @@ private:
         }
         if (!m_initialised) {
             m_initialised = initialise();
+            ++m_generation;
         }
         return m_initialised;
     }
@@ -196,6 +198,7 @@ private:
         if (length == 0 || length == std::size(path)) {
             return 0;
         }
+        ++m_generation;
         return m_help.load_module(m_process, nullptr, path, nullptr, reinterpret_cast<std::uintptr_t>(module),
                                   image_size(module), nullptr, 0);
     }
@@ -208,6 +211,7 @@ private:
     // Under the lock.
     unsigned m_count = 0;
     bool m_initialised = false;
+    std::uint64_t m_generation = 0;
     HANDLE m_process = nullptr;
     wchar_t m_path[symbolPathSize] = {};
 };
@@ -223,6 +227,8 @@ const Load s_load;
 bool acquire_symbols() noexcept { return s_handler.acquire(); }
 
 void release_symbols() noexcept { s_handler.release(); }
+
+std::uint64_t symbols_generation() noexcept { return s_handler.generation(); }
 
 const DebugHelp& debug_help() noexcept { return s_handler.help(); }
 
