@@ -46,3 +46,11 @@ if(WIN32)
         install(FILES "/usr/share/common-licenses/${licence}" DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/licences OPTIONAL)
     endforeach()
 endif()
+
+# Views for debuggers. gdb loads NAME-gdb.py by itself with the library whose full name it has.
+install(FILES "${PROJECT_SOURCE_DIR}/packaging/gdb/nqcore.natvis" DESTINATION ${CMAKE_INSTALL_DATADIR}/nqcore)
+if(NOT WIN32)
+    install(FILES "${PROJECT_SOURCE_DIR}/packaging/gdb/nqcore_gdb.py" DESTINATION
+        ${CMAKE_INSTALL_DATADIR}/gdb/auto-load${CMAKE_INSTALL_FULL_LIBDIR}
+        RENAME "$<TARGET_FILE_NAME:nqcore>-gdb.py")
+endif()

@@ -34,10 +34,11 @@ def include_name(header):
 
 
 def include_flags():
-    # version.h is written by the build; any tree's copy will do.
-    trees = [str(folder) for folder in (ROOT / "build").glob("*/include")][:1]
-    flags = [flag for folder in [str(PUBLIC), *trees] for flag in ("-I", folder)]
-    return flags + [flag for folder in SYSTEM_INCLUDES for flag in ("-isystem", folder)]
+    # version.h and the links to third-party headers are made by the build; any tree's will do.
+    own = [PUBLIC, *list((ROOT / "build").glob("*/include"))[:1]]
+    foreign = [*SYSTEM_INCLUDES, *[link.parent for link in (ROOT / "build").glob("*/third_party/fmt")][:1]]
+    return [word for flag, folders in (("-I", own), ("-isystem", foreign)) for folder in folders
+            for word in (flag, str(folder))]
 
 
 def run(command, text):

@@ -16,7 +16,7 @@ MAX_LINES = 700
 INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]')
 OS_MACRO = re.compile(r"\b(_?_?WIN32(__)?|_WIN64|WINNT|__MINGW\w+|_MSC_VER|__?_?linux(__)?|__unix(__)?|__APPLE__|__GLIBC__)\b")
 # Headers with .h in their names that belong to the compiler or to a library, not to a system.
-PORTABLE_H = re.compile(r"^(\w+intrin\.h|cpuid\.h|cxxabi\.h|(gtest|gmock|benchmark|nqcore|nqmoduleregistry)/.*)$")
+PORTABLE_H = re.compile(r"^(\w+intrin\.h|cpuid\.h|cxxabi\.h|(gtest|gmock|benchmark|fmt|nqcore|nqmoduleregistry)/.*)$")
 # What public headers do without: each of these costs its users more than all of our own headers.
 HEAVY = {"iostream", "regex", "filesystem", "functional", "chrono", "mutex", "thread", "sstream", "map"}
 
@@ -131,7 +131,7 @@ class Check:
             self.report(file, number, f"ACE header: {name} (thin headers are listed in doc/layers.txt)")
         elif not quoted and name.endswith(".h") and not os_allowed and not PORTABLE_H.match(name):
             self.report(file, number, f"system header outside a platform folder: <{name}>")
-        elif file.is_relative_to(PUBLIC) and (name in HEAVY or name.startswith(("gtest/", "gmock/"))):
+        elif file.is_relative_to(PUBLIC) and (name in HEAVY or name.startswith(("gtest/", "gmock/", "fmt/"))):
             self.report(file, number, f"too heavy for a public header: <{name}>")
 
     def excepted(self, name, entry):

@@ -1,5 +1,5 @@
 # ./dev check [STEP...]: what CI adds to the tests, cheapest first. A failed step does not keep the others from running.
-all_steps="words layers format headers budget manual interface consumer memory clang asan replay tsan"
+all_steps="words layers format headers budget manual interface views consumer memory clang asan replay tsan"
 
 check_words() {
     need_packages check || return 1
@@ -42,6 +42,18 @@ check_interface() {
         build $target "library" nqcore
         try_step "interface-$target" "the exported interface, $target" "$root/scripts/check_interface.py" $target || true
     done
+}
+
+check_views() {
+    need_packages check || return 1
+    build linux "library" nqcore
+    try_step views-gdb "objects as gdb shows them" "$root/scripts/check_views.py" || true
+    # The compiler of the tests has no std::format; this one has.
+    try_step views-std-format "the formatters for std::format, with libc++" clang++-16 -std=c++20 -fsyntax-only \
+        -Wall -Wextra -Werror -stdlib=libc++ -fexperimental-library \
+        -I"$root/pub/inc/core" -I"$root/build/linux/include" -I"$root/int/test/nqcore" \
+        -isystem /usr/src/googletest/googletest/include -isystem /usr/src/googletest/googlemock/include \
+        "$root/int/test/nqcore/format_test.cpp" || true
 }
 
 check_consumer() {

@@ -565,6 +565,12 @@ public:
     /// Returns  0 for Monday to 6 for Sunday.
     [[nodiscard]] std::uint16_t day_of_week() const noexcept;
 
+    [[nodiscard]] constexpr std::uint32_t hash() const noexcept {
+        const auto days = (static_cast<std::uint32_t>(m_year) * 12 + m_month) * 31 + m_day;
+        const auto seconds = (std::uint32_t{m_hour} * 60 + m_minute) * 60 + m_second;
+        return (days * std::uint32_t{SECONDS_IN_ONE_DAY} + seconds) * 0x9E3779B1u ^ m_nanosecond;
+    }
+
     // Field by field, in the order of the fields.
     friend constexpr bool operator==(const Components&, const Components&) noexcept = default;
     friend constexpr std::strong_ordering operator<=>(const Components&, const Components&) noexcept = default;
@@ -593,4 +599,11 @@ struct std::hash<nqcore::AbsoluteTime> {
 template <>
 struct std::hash<nqcore::RelativeTime> {
     std::size_t operator()(nqcore::RelativeTime duration) const noexcept { return duration.hash(); }
+};
+
+template <>
+struct std::hash<nqcore::AbsoluteTime::Components> {
+    std::size_t operator()(const nqcore::AbsoluteTime::Components& components) const noexcept {
+        return components.hash();
+    }
 };

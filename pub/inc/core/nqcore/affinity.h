@@ -20,9 +20,11 @@
 #include "nqcore/thread_id.h"
 
 #include <bit>
+#include <compare>
 #include <cstddef>
 #include <cstdint>
 #include <iosfwd>
+#include <typeindex>  // std::hash, at less weight than <functional>
 
 namespace nqcore {
 
@@ -73,6 +75,10 @@ public:
     [[nodiscard]] constexpr const_cpu_iterator end() const noexcept;
 
     friend constexpr bool operator==(const CpuAffinityMask&, const CpuAffinityMask&) noexcept = default;
+    /// For containers: by the word that `write_trace` writes. A subset is not less than its superset in general.
+    friend constexpr std::strong_ordering operator<=>(const CpuAffinityMask&,
+                                                      const CpuAffinityMask&) noexcept = default;
+    [[nodiscard]] constexpr std::uint32_t hash() const noexcept { return m_mask; }
 
     /// Writes the word that has bit n set for member n, as "0x00000021".
     void write_trace(std::ostream& stream) const;
@@ -223,3 +229,8 @@ private:
 };
 
 }  // namespace nqcore
+
+template <>
+struct std::hash<nqcore::CpuAffinityMask> {
+    std::size_t operator()(const nqcore::CpuAffinityMask& mask) const noexcept { return mask.hash(); }
+};

@@ -8,6 +8,7 @@
 #include "nqcore/abs_rel_time.h"
 #include "nqcore/config.h"
 
+#include <compare>
 #include <string_view>
 
 namespace nqcore {
@@ -31,6 +32,11 @@ public:
     /// In bytes, without the NUL.
     [[nodiscard]] unsigned length() const noexcept { return m_length; }
 
+    friend bool operator==(const DurationText& a, const DurationText& b) noexcept { return a.view() == b.view(); }
+    friend std::strong_ordering operator<=>(const DurationText& a, const DurationText& b) noexcept {
+        return a.view() <=> b.view();
+    }
+
 private:
     DurationText() noexcept = default;
     void end_at(char* end) noexcept;
@@ -40,3 +46,10 @@ private:
 };
 
 }  // namespace nqcore
+
+template <>
+struct std::hash<nqcore::DurationText> {
+    std::size_t operator()(const nqcore::DurationText& text) const noexcept {
+        return std::hash<std::string_view>()(text.view());
+    }
+};

@@ -112,3 +112,10 @@ struct ErrorCatalogueRow {
 [[nodiscard]] NQCORE_API const ErrorCatalogueRow* error_catalogue(unsigned* count) noexcept;
 
 }  // namespace nqcore
+
+template <>
+struct std::hash<nqcore::ErrorCode> {
+    std::size_t operator()(const nqcore::ErrorCode& code) const noexcept {
+        return std::hash<nqcore::SourceString>()(code.value());
+    }
+};

@@ -151,3 +151,8 @@ private:
 };
 
 }  // namespace nqcore
+
+template <>
+struct std::hash<nqcore::ErrorInfo> {
+    std::size_t operator()(const nqcore::ErrorInfo& record) const noexcept { return record.hash(); }
+};

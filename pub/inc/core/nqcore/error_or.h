@@ -21,6 +21,12 @@ namespace impl {
 /// The record that stands for a failure that nobody described.
 [[nodiscard]] NQCORE_API NQCORE_COLD RefCountPtr<const ErrorInfo> unknown_error();
 
+/// Both null, or equal records.
+[[nodiscard]] inline bool equal_errors(const RefCountPtr<const ErrorInfo>& a,
+                                       const RefCountPtr<const ErrorInfo>& b) noexcept {
+    return a == b || (!a.is_null() && !b.is_null() && *a == *b);
+}
+
 template <class T>
 inline constexpr bool is_error_record =
     std::is_same_v<T, RefCountPtr<const ErrorInfo>> || std::is_same_v<T, RefCountPtr<ErrorInfo>>;
@@ -110,6 +116,14 @@ public:
 
     /// The record; null when there is a value.
     [[nodiscard]] const RefCountPtr<const ErrorInfo>& error() const noexcept { return m_error; }
+
+    /// Equal values, or failures with equal records. A value may stand for an outcome: `parse(text) == 5`.
+    friend bool operator==(const ErrorOr& a, const ErrorOr& b)
+        requires(requires(const T& value) { value == value; })
+    {
+        return a.m_hasValue && b.m_hasValue ? a.m_value == b.m_value
+                                            : a.m_hasValue == b.m_hasValue && impl::equal_errors(a.m_error, b.m_error);
+    }
     /// Moves the record out. What stays is a failure without a record.
     [[nodiscard]] RefCountPtr<const ErrorInfo> take_error() noexcept {
         return static_cast<RefCountPtr<const ErrorInfo>&&>(m_error);
@@ -147,6 +161,10 @@ public:
     [[nodiscard]] const RefCountPtr<const ErrorInfo>& error() const noexcept { return m_error; }
     [[nodiscard]] RefCountPtr<const ErrorInfo> take_error() noexcept {
         return static_cast<RefCountPtr<const ErrorInfo>&&>(m_error);
+    }
+
+    friend bool operator==(const ErrorOr& a, const ErrorOr& b) noexcept {
+        return impl::equal_errors(a.m_error, b.m_error);
     }
 
 private:

@@ -139,3 +139,8 @@ private:
 };
 
 }  // namespace nqcore
+
+template <>
+struct std::hash<nqcore::ErrorParams> {
+    std::size_t operator()(const nqcore::ErrorParams& params) const noexcept { return params.hash(); }
+};

@@ -332,3 +332,11 @@ template <class T>
 }
 
 }  // namespace nqcore
+
+/// Of the cell's address, as `==` compares it.
+template <class T>
+struct std::hash<nqcore::Future<T>> {
+    std::size_t operator()(const nqcore::Future<T>& future) const noexcept {
+        return std::hash<const void*>()(future.shared().get());
+    }
+};

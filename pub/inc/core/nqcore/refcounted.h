@@ -14,6 +14,7 @@
 #include <compare>
 #include <cstddef>
 #include <cstdint>
+#include <typeindex>  // std::hash, at less weight than <functional>
 #include <typeinfo>
 
 namespace nqcore {
@@ -319,3 +320,11 @@ template <class Target, class Source>
 }
 
 }  // namespace nqcore
+
+/// Of the address, as `==` compares it.
+template <class T>
+struct std::hash<nqcore::RefCountPtr<T>> {
+    std::size_t operator()(const nqcore::RefCountPtr<T>& pointer) const noexcept {
+        return std::hash<T*>()(pointer.get());
+    }
+};

@@ -93,5 +93,13 @@ namespace impl {
 
 }  // namespace nqcore
 
+template <>
+struct std::hash<nqcore::SourceLocation> {
+    std::size_t operator()(const nqcore::SourceLocation& location) const noexcept {
+        const std::hash<nqcore::SourceString> of;
+        return (of(location.function()) * 31 + of(location.file_id())) * 31 + location.line();
+    }
+};
+
 /// The place where it is written. The file is the path the compiler was given.
 #define NQCORE_HERE ::nqcore::SourceLocation(static_cast<const char*>(__func__), __FILE__, __LINE__)

@@ -242,3 +242,11 @@ private:
 };
 
 }  // namespace nqcore
+
+/// That of the same text as a `std::string_view`.
+template <>
+struct std::hash<nqcore::SourceString> {
+    std::size_t operator()(const nqcore::SourceString& text) const noexcept {
+        return std::hash<std::string_view>()(text.view());
+    }
+};

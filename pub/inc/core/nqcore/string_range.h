@@ -7,6 +7,7 @@
 #include "nqcore/config.h"
 
 #include <compare>
+#include <cstdint>
 #include <iosfwd>
 #include <string_view>  // std::reverse_iterator comes with it, at half the weight of <iterator>
 #include <type_traits>
@@ -85,6 +86,8 @@ public:
     }
 
     /// By start, then by length.
+    [[nodiscard]] constexpr std::uint32_t hash() const noexcept { return m_first * 0x9E3779B1u ^ m_length; }
+
     friend constexpr bool operator==(const StringRange&, const StringRange&) noexcept = default;
     friend constexpr std::strong_ordering operator<=>(const StringRange&, const StringRange&) noexcept = default;
 
@@ -153,3 +156,8 @@ public:
 };
 
 }  // namespace nqcore
+
+template <>
+struct std::hash<nqcore::StringRange> {
+    std::size_t operator()(const nqcore::StringRange& range) const noexcept { return range.hash(); }
+};

@@ -8,6 +8,7 @@
 #include "nqcore/abs_rel_time.h"
 #include "nqcore/config.h"
 
+#include <compare>
 #include <string_view>
 
 namespace nqcore {
@@ -31,6 +32,11 @@ public:
     /// In bytes, without the NUL.
     [[nodiscard]] unsigned length() const noexcept { return m_length; }
 
+    friend bool operator==(const UtcText& a, const UtcText& b) noexcept { return a.view() == b.view(); }
+    friend std::strong_ordering operator<=>(const UtcText& a, const UtcText& b) noexcept {
+        return a.view() <=> b.view();
+    }
+
 private:
     UtcText() noexcept = default;
 
@@ -39,3 +45,10 @@ private:
 };
 
 }  // namespace nqcore
+
+template <>
+struct std::hash<nqcore::UtcText> {
+    std::size_t operator()(const nqcore::UtcText& text) const noexcept {
+        return std::hash<std::string_view>()(text.view());
+    }
+};

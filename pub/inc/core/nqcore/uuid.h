@@ -331,6 +331,11 @@ public:
     /// In bytes, without the NUL.
     [[nodiscard]] unsigned length() const noexcept { return m_length; }
 
+    friend bool operator==(const UuidText& a, const UuidText& b) noexcept { return a.view() == b.view(); }
+    friend std::strong_ordering operator<=>(const UuidText& a, const UuidText& b) noexcept {
+        return a.view() <=> b.view();
+    }
+
 private:
     char m_text[max_length + 1];
     unsigned char m_length;
@@ -341,4 +346,20 @@ private:
 template <>
 struct std::hash<nqcore::Uuid> {
     std::size_t operator()(const nqcore::Uuid& uuid) const noexcept { return uuid.hash(); }
+};
+
+template <unsigned byteCount>
+struct std::hash<nqcore::impl::UuidBytes<byteCount>> {
+    std::size_t operator()(const nqcore::impl::UuidBytes<byteCount>& bytes) const noexcept {
+        return std::hash<std::string_view>()({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+    }
+};
+template <>
+struct std::hash<nqcore::Uuid::NodeAddress> : std::hash<nqcore::impl::UuidBytes<6>> {};
+
+template <>
+struct std::hash<nqcore::UuidText> {
+    std::size_t operator()(const nqcore::UuidText& text) const noexcept {
+        return std::hash<std::string_view>()(text.view());
+    }
 };

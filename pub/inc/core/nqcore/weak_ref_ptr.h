@@ -83,11 +83,16 @@ public:
     [[nodiscard]] bool is_null() const noexcept { return m_block == nullptr; }
     explicit operator bool() const noexcept { return m_block != nullptr; }
 
+    /// By the address of what they share.
     friend bool operator==(const StrongRefPtr& a, const StrongRefPtr& b) noexcept = default;
+    friend std::strong_ordering operator<=>(const StrongRefPtr& a, const StrongRefPtr& b) noexcept {
+        return std::compare_three_way()(a.m_block, b.m_block);
+    }
 
 private:
     using Block = impl::StrongWeakBlock<T>;
     friend class WeakRefPtr<T>;
+    friend struct std::hash<StrongRefPtr>;
     template <class U, class... Args>
     friend StrongRefPtr<U> make_strong(Args&&... args);
 
@@ -153,8 +158,16 @@ public:
     /// True when the object is gone, or there never was one. Only `true` lasts.
     [[nodiscard]] bool expired() const noexcept { return m_block == nullptr || !m_block->refs.has_strong_refs(); }
 
+    /// By the address of what they share, which stays theirs while they live: an expired pointer keeps its place in a
+    /// container.
+    friend bool operator==(const WeakRefPtr& a, const WeakRefPtr& b) noexcept = default;
+    friend std::strong_ordering operator<=>(const WeakRefPtr& a, const WeakRefPtr& b) noexcept {
+        return std::compare_three_way()(a.m_block, b.m_block);
+    }
+
 private:
     using Block = impl::StrongWeakBlock<T>;
+    friend struct std::hash<WeakRefPtr>;
 
     static Block* add_weak(Block* block) noexcept {
         if (block != nullptr) {
@@ -167,3 +180,17 @@ private:
 };
 
 }  // namespace nqcore
+
+template <class T>
+struct std::hash<nqcore::StrongRefPtr<T>> {
+    std::size_t operator()(const nqcore::StrongRefPtr<T>& pointer) const noexcept {
+        return std::hash<const void*>()(pointer.m_block);
+    }
+};
+
+template <class T>
+struct std::hash<nqcore::WeakRefPtr<T>> {
+    std::size_t operator()(const nqcore::WeakRefPtr<T>& pointer) const noexcept {
+        return std::hash<const void*>()(pointer.m_block);
+    }
+};

@@ -1,43 +1,26 @@
-// GoogleTest matchers for error records, for the tests of the library's users.
+// GoogleTest matchers for error records and outcomes, for the tests of the library's users.
 //
 //     EXPECT_THAT(record, HasCode("error.nqcore.uuid.parse"));
 //     EXPECT_THAT(record, AllOf(MatchesCode(error::nqcore_uuid), HasParam("length", "3")));
 //     EXPECT_THAT([] { Uuid::from_string("?"); }, ThrowsError(HasMessage(HasSubstr("not a UUID"))));
 //
-// A subject is a record, a pointer to one, an exception that carries one, or an ErrorOr. Failures print the record.
+//     EXPECT_THAT(read(path), HasValue(SizeIs(3)));
+//     EXPECT_THAT(future, AllOf(IsReady(), HasError(HasCode(error::nqcore_result_cancelled))));
+//
+// A subject is a record, a pointer to one, an exception that carries one, an ErrorOr, a Future or a Result; the last two
+// are not waited for. Failures print the record.
 #pragma once
 
 #include "nqcore/error_exception.h"
 #include "nqcore/error_info.h"
 #include "nqcore/error_or.h"
+#include "nqcore/refcounted.h"
+#include "nqcore/testing/printers.h"
 
 #include <gmock/gmock.h>
-#include <ostream>
 #include <string>
-#include <string_view>
 
 namespace nqcore {
-
-// How GoogleTest prints them.
-inline void PrintTo(const ErrorInfo& record, std::ostream* stream) { *stream << ErrorInfo::Trace{record, 1}; }
-inline void PrintTo(const RefCountPtr<const ErrorInfo>& record, std::ostream* stream) {
-    if (record.is_null()) {
-        *stream << "no error";
-    } else {
-        PrintTo(*record, stream);
-    }
-}
-inline void PrintTo(const ErrorException& exception, std::ostream* stream) { PrintTo(exception.error(), stream); }
-inline void PrintTo(const ErrorCode& code, std::ostream* stream) { *stream << '"' << code << '"'; }
-template <class T>
-void PrintTo(const ErrorOr<T>& outcome, std::ostream* stream) {
-    if (outcome.ok()) {
-        *stream << "a value";
-    } else {
-        PrintTo(outcome.error(), stream);
-    }
-}
-
 namespace matchers {
 namespace impl {
 
@@ -47,6 +30,23 @@ inline const ErrorInfo* record_of(const ErrorException& exception) noexcept { re
 template <class T>
 const ErrorInfo* record_of(const ErrorOr<T>& outcome) noexcept {
     return outcome.error().get();
+}
+/// Of a future or a result, which keeps it. None while that is not ready.
+template <class Outcome>
+    requires(requires(const Outcome& outcome) { outcome.error_info(); })
+const ErrorInfo* record_of(const Outcome& outcome) {
+    return outcome.error_info().get();
+}
+
+// The value of an outcome that has one, else null.
+template <class T>
+const T* value_of(const ErrorOr<T>& outcome) noexcept {
+    return outcome.ok() ? &*outcome : nullptr;
+}
+template <class Outcome>
+    requires(requires(const Outcome& outcome) { outcome.has_value(); })
+const typename Outcome::value_type* value_of(const Outcome& outcome) {
+    return outcome.has_value() ? &outcome.get() : nullptr;
 }
 
 }  // namespace impl
@@ -99,13 +99,33 @@ MATCHER_P(HasCause, cause, negation ? "has no such cause" : "has a cause that ma
     return record != nullptr && ::testing::ExplainMatchResult(cause, record->nested(), result_listener);
 }
 
-/// The subject is no failure: a null record, or an ErrorOr with a value.
+/// The subject is no failure: a null record, an ErrorOr with a value, a future or a result that is ready without an error.
 MATCHER(IsOk, negation ? "is a failure" : "is no failure") {
     const ErrorInfo* const record = impl::record_of(arg);
     if (record != nullptr) {
         *result_listener << "with the record" << ErrorInfo::Trace{*record, 1};
+        return false;
     }
-    return record == nullptr;
+    if constexpr (requires { arg.is_ready(); }) {
+        return arg.is_ready();
+    } else {
+        return true;
+    }
+}
+
+/// The future or the result has its outcome.
+MATCHER(IsReady, negation ? "is not ready" : "is ready") { return arg.is_ready(); }
+
+/// The outcome is a value that matches `value`, a value or a matcher.
+MATCHER_P(HasValue, value, negation ? "has no such value" : "has a value that matches") {
+    const auto* const found = impl::value_of(arg);
+    return found != nullptr && ::testing::ExplainMatchResult(value, *found, result_listener);
+}
+
+/// The outcome is a failure whose record matches `record`, a matcher of records.
+MATCHER_P(HasError, record, negation ? "has no such error" : "has an error that matches") {
+    const ErrorInfo* const found = impl::record_of(arg);
+    return found != nullptr && ::testing::ExplainMatchResult(record, *found, result_listener);
 }
 
 /// Calling the subject throws an `ErrorException` whose record matches.
