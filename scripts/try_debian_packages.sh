@@ -11,7 +11,7 @@ inside() { chroot "$clean" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root 
 
 echo "--- a clean Debian, and the packages in it"
 # Installed while the new system still has the package lists and this one's network settings.
-mmdebstrap --quiet --variant=apt --include=g++,cmake,make,pkg-config \
+mmdebstrap --quiet --variant=apt --include=g++,gdb,cmake,make,pkg-config \
     --customize-hook="cp '$packages'/*.deb \"\$1/root/\"" \
     --customize-hook='chroot "$1" dpkg-query -W -f "\${Package}\\n" | sort > "$1/root/before"' \
     --customize-hook='chroot "$1" sh -c "apt-get install -q -y --no-install-recommends /root/*.deb"' \
@@ -27,6 +27,9 @@ done
 echo "--- examples/consumer with pkg-config"
 inside sh -c 'g++ /root/examples/consumer/main.cpp -o /root/by-hand $(pkg-config --cflags --libs nqcore)'
 inside /root/by-hand | diff -u "$root/examples/consumer/expected-output.txt" -
+
+echo "--- gdb finds the views by itself"
+inside gdb -batch -ex 'break main' -ex run -ex 'info pretty-printer' /root/by-hand | grep -A3 '^ *nqcore'
 
 echo "--- nq, its manual page and completions"
 inside nq --version

@@ -200,13 +200,13 @@ std::string CpuInfo::regset_to_string(unsigned leaf, const RegSet& set) {
     return text;
 }
 
-std::string CpuInfo::as_string_for_hash(bool includeHypervisor, bool normalize) const {
+std::string CpuInfo::as_string_for_hash(bool include_hypervisor, bool normalize) const {
     constexpr std::uint32_t osxsave = 1u << 27;
     constexpr std::uint32_t saveAreaLeaf = 0xD;
     constexpr std::size_t lineLength = 41;
 
     const std::size_t repeated = std::min(m_topology.size(), m_extended.size());
-    const std::size_t hypervisor = includeHypervisor ? m_hypervisor.size() : 0;
+    const std::size_t hypervisor = include_hypervisor ? m_hypervisor.size() : 0;
     std::string text;
     text.reserve((m_basic.size() + m_extended.size() + repeated + hypervisor) * lineLength);
     const auto append = [&text](unsigned leaf, const RegSet& set) {
@@ -233,8 +233,8 @@ std::string CpuInfo::as_string_for_hash(bool includeHypervisor, bool normalize) 
     return text;
 }
 
-std::string CpuInfo::as_string_for_hash(bool includeHypervisor) const {
-    return as_string_for_hash(includeHypervisor, false);
+std::string CpuInfo::as_string_for_hash(bool include_hypervisor) const {
+    return as_string_for_hash(include_hypervisor, false);
 }
 
 void TraceRawCpuid::write_trace(std::ostream& stream) const {

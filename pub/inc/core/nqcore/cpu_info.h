@@ -275,12 +275,12 @@ public:
     /// For each topology entry an extended leaf is repeated, numbered from 0, as long as there are any: the text has to
     /// stay as it is, for hashes of it have been stored.
     ///
-    /// In       `includeHypervisor`: adds the hypervisor's leaves, numbered from 0.
+    /// In       `include_hypervisor`: adds the hypervisor's leaves, numbered from 0.
     /// In       `normalize`: leaves out what the operating system decides: OSXSAVE, and the size of the enabled part of
     ///          the save area.
     /// Errors   `std::bad_alloc`.
-    [[nodiscard]] std::string as_string_for_hash(bool includeHypervisor, bool normalize) const;
-    [[nodiscard]] std::string as_string_for_hash(bool includeHypervisor) const;
+    [[nodiscard]] std::string as_string_for_hash(bool include_hypervisor, bool normalize) const;
+    [[nodiscard]] std::string as_string_for_hash(bool include_hypervisor) const;
 
 private:
     enum EText : std::uint8_t { text_vendor_id, text_brand, text_brand_id };
