@@ -29,11 +29,22 @@ if(NQCORE_SANITIZE)
     add_link_options(-fsanitize=${NQCORE_SANITIZE})
 endif()
 
+# Counts of lines and branches: nothing is optimised away or joined, and threads do not lose counts.
+if(NQCORE_COVERAGE)
+    set(CMAKE_CXX_FLAGS_RELWITHDEBINFO "-O0")
+    target_compile_options(nqcore_code_flags INTERFACE --coverage -fprofile-update=atomic)
+    add_link_options(--coverage -Wl,--exclude-libs,libgcov.a)    # each module keeps its own
+    add_library(nqcore_coverage_exit SHARED "${CMAKE_CURRENT_LIST_DIR}/coverage/exit.cpp")
+    add_library(nqcore_coverage_module OBJECT "${CMAKE_CURRENT_LIST_DIR}/coverage/module.cpp")
+    set_target_properties(nqcore_coverage_module PROPERTIES POSITION_INDEPENDENT_CODE ON)
+    link_libraries(nqcore_coverage_module nqcore_coverage_exit)
+endif()
+
 add_library(nqcore_flags INTERFACE)
 target_link_libraries(nqcore_flags INTERFACE nqcore_code_flags)
 target_compile_options(nqcore_flags INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
-# Sanitizers make compilers warn of what their own checks introduce.
-if(NOT NQCORE_SANITIZE)
+# Sanitizers and counters make compilers warn of what they themselves introduce.
+if(NOT NQCORE_SANITIZE AND NOT NQCORE_COVERAGE)
     target_compile_options(nqcore_flags INTERFACE -Werror)
 endif()
 

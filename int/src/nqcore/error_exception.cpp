@@ -92,7 +92,8 @@ ExceptionExtras* copy_extras(const ExceptionExtras* extras) noexcept {
     return extras == nullptr ? nullptr : extras_with(extras->trace);
 }
 
-ExceptionExtras* capture_extras() noexcept {
+// A part of the constructor, however it is compiled: the trace begins behind it.
+[[gnu::always_inline]] inline ExceptionExtras* capture_extras() noexcept {
     if (!s_keepsTraces.load(std::memory_order_relaxed)) [[likely]] {
         return nullptr;
     }

@@ -124,6 +124,7 @@ const GoodTexts s_goodTexts[] = {
     {7 * s_d, {"P1W", "P7D", "P0Y1W0M", "P0,000Y0.0M7D", "P0YT168H", "P6.5DT.5H11.5H"}},
     {s_s, {"P1S", "PT1.0000000000S", "PT0.9999999999999999995S"}},
     {s_s - 1, {"PT0.999999999999999999S", "PT0.999999999999999999499S"}},
+    {0, {"P0.0000000000000016525W"}},  // 0.99973 ns, and 1.0003 with one more in the 18th
 };
 
 TEST(DurationText, ReadsEveryForm) {

@@ -4,6 +4,7 @@
 #include "nqcore/weak_ref_ptr.h"
 
 #include <gtest/gtest.h>
+#include <algorithm>
 #include <cerrno>
 #include <ios>
 #include <memory>
@@ -11,6 +12,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace nqcore {
@@ -151,13 +153,6 @@ const struct {
     {10062, "ELOOP", "Cannot translate name"},
     {10067, "EPROCLIM", "Exceeded maximum number of applications using device concurrently"},
     {10068, "EUSERS", "Ran out of quota"},
-    {EDEADLK, "EDEADLK", nullptr},
-    {ENAMETOOLONG, "ENAMETOOLONG", nullptr},
-    {ENOLCK, "ENOLCK", nullptr},
-    {ENOSYS, "ENOSYS", nullptr},
-    {EILSEQ, "EILSEQ", nullptr},
-    {10036, "EINPROGRESS", nullptr},
-    {10071, "EREMOTE", nullptr},
 };
 
 TEST(FromErrno, NamesAndDescribesNumbers) {
@@ -167,6 +162,39 @@ TEST(FromErrno, NamesAndDescribesNumbers) {
         EXPECT_EQ(error->native_code(), row.number);
         EXPECT_EQ(error->message(), errno_message(row.number));
         EXPECT_TRUE(row.message == nullptr ? !error->message().empty() : error->message().view() == row.message);
+    }
+}
+
+TEST(FromErrno, NumbersAreTheRuntimes) {
+#define NUMBERED(name) \
+    { name, #name }
+    constexpr std::pair<int, const char*> rows[] = {
+        NUMBERED(EPERM),  NUMBERED(ENOENT), NUMBERED(ESRCH),        NUMBERED(EINTR),    NUMBERED(EIO),
+        NUMBERED(ENXIO),  NUMBERED(E2BIG),  NUMBERED(ENOEXEC),      NUMBERED(EBADF),    NUMBERED(ECHILD),
+        NUMBERED(ENOMEM), NUMBERED(EACCES), NUMBERED(EFAULT),       NUMBERED(EEXIST),   NUMBERED(EXDEV),
+        NUMBERED(ENODEV), NUMBERED(EROFS),  NUMBERED(ENOTDIR),      NUMBERED(EISDIR),   NUMBERED(ENFILE),
+        NUMBERED(EMFILE), NUMBERED(ENOTTY), NUMBERED(EFBIG),        NUMBERED(ENOSPC),   NUMBERED(ESPIPE),
+        NUMBERED(EMLINK), NUMBERED(EPIPE),  NUMBERED(ERANGE),       NUMBERED(ENOSYS),   NUMBERED(EDEADLK),
+        NUMBERED(EILSEQ), NUMBERED(ENOLCK), NUMBERED(ENAMETOOLONG), NUMBERED(ENOTEMPTY)};
+#undef NUMBERED
+    for (const auto& [number, name] : rows) {
+        EXPECT_EQ(ErrorCode::from_errno(number).value().view(), std::string("error.errno.") + name);
+    }
+}
+
+// Every target knows these, as from 10036.
+TEST(FromErrno, SocketNumbers) {
+    constexpr const char* names[] = {
+        "EINPROGRESS", "EALREADY",        "ENOTSOCK",        "EDESTADDRREQ", "EMSGSIZE",     "EPROTOTYPE",
+        "ENOPROTOOPT", "EPROTONOSUPPORT", "ESOCKTNOSUPPORT", "EOPNOTSUPP",   "EPFNOSUPPORT", "EAFNOSUPPORT",
+        "EADDRINUSE",  "EADDRNOTAVAIL",   "ENETDOWN",        "ENETUNREACH",  "ENETRESET",    "ECONNABORTED",
+        "ECONNRESET",  "ENOBUFS",         "EISCONN",         "ENOTCONN",     "ESHUTDOWN",    "ETOOMANYREFS",
+        "ETIMEDOUT",   "ECONNREFUSED",    "ELOOP",           "10063",        "EHOSTDOWN",    "EHOSTUNREACH",
+        "10066",       "EPROCLIM",        "EUSERS",          "EDQUOT",       "ESTALE",       "EREMOTE",
+        "10072"};
+    int number = 10036;
+    for (const char* const name : names) {
+        EXPECT_EQ(ErrorCode::from_errno(number++).value().view(), std::string("error.errno.") + name);
     }
 }
 
@@ -202,19 +230,41 @@ TEST(FromWinerror, KeepsTheNumberOrMapsToTheRuntimes) {
 
 TEST(Errno, FromWindowsNumbers) {
     struct Row {
-        unsigned long winError;
         int number;
+        std::vector<std::pair<unsigned long, unsigned long>> winErrors;
     };
     const Row rows[] = {
-        {0, 0},       {1, EINVAL},    {2, ENOENT},    {5, EACCES},  {6, EBADF},    {14, 0},        {18, ENOENT},
-        {19, EACCES}, {36, EACCES},   {37, 0},        {33, EACCES}, {80, EEXIST},  {112, ENOSPC},  {145, ENOTEMPTY},
-        {187, 0},     {188, ENOEXEC}, {202, ENOEXEC}, {203, 0},     {206, ENOENT}, {1816, ENOMEM}, {4294967295ul, 0},
+        {EINVAL, {{1, 1}, {12, 13}, {87, 87}, {131, 131}}},
+        {ENOENT, {{2, 3}, {15, 15}, {18, 18}, {53, 53}, {67, 67}, {161, 161}, {206, 206}}},
+        {EACCES, {{5, 5}, {16, 16}, {19, 36}, {65, 65}, {82, 83}, {108, 108}, {132, 132}, {158, 158}, {167, 167}}},
+        {EBADF, {{6, 6}, {114, 114}, {130, 130}}},
+        {EAGAIN, {{89, 89}, {164, 164}, {215, 215}}},
+        {ENOMEM, {{7, 9}, {1816, 1816}}},
+        {ENOEXEC, {{11, 11}, {188, 202}}},
+        {EEXIST, {{80, 80}, {183, 183}}},
+        {EMFILE, {{4, 4}}},
+        {E2BIG, {{10, 10}}},
+        {EXDEV, {{17, 17}}},
+        {EPIPE, {{109, 109}}},
+        {ENOSPC, {{112, 112}}},
+        {ECHILD, {{128, 129}}},
+        {ENOTEMPTY, {{145, 145}}},
+        {EILSEQ, {{1113, 1113}}},
     };
+    std::vector<int> numbers(2000);
     for (const Row& row : rows) {
-        EXPECT_EQ(errno_from_winerror(row.winError), row.number) << row.winError;
-        EXPECT_EQ(set_errno_from_winerror(row.winError), row.number == 0 ? 22 : row.number) << row.winError;
-        EXPECT_EQ(errno, row.number == 0 ? 22 : row.number) << row.winError;
+        for (const auto& [first, last] : row.winErrors) {
+            std::fill(numbers.begin() + static_cast<long>(first), numbers.begin() + static_cast<long>(last) + 1,
+                      row.number);
+        }
     }
+    for (unsigned long winError = 0; winError < numbers.size(); ++winError) {
+        const int number = numbers[winError];
+        EXPECT_EQ(errno_from_winerror(winError), number) << winError;
+        EXPECT_EQ(set_errno_from_winerror(winError), number == 0 ? 22 : number) << winError;
+        EXPECT_EQ(errno, number == 0 ? 22 : number) << winError;
+    }
+    EXPECT_EQ(errno_from_winerror(4294967295ul), 0);
     EXPECT_EQ(set_errno(0), 0);
     EXPECT_EQ(errno, 0);
 }

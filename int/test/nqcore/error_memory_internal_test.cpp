@@ -8,6 +8,7 @@
 #include "allocation_test_support.h"
 
 #include <gtest/gtest.h>
+#include <string>
 #include <string_view>
 
 namespace nqcore {
@@ -58,11 +59,15 @@ TEST(ErrorMemory, AFailedChangeChangesNothing) {
 }
 
 TEST(ErrorMemory, WhatFallsBackToTheName) {
-    const ErrorException exception(ErrorInfo::create("error.a", "message", s_location));
-    const char* text = nullptr;
-    Attempt(0, 1)([&] { text = exception.what(); });
-    EXPECT_STREQ(text, "nqcore::ErrorException");
-    EXPECT_STRNE(exception.what(), "nqcore::ErrorException") << "tried again when there is memory";
+    const ErrorInfo::Ptr error = s_template.compose(s_long, 1).create("error.a", s_location);
+    const std::string whole = ErrorException(error).what();
+    fail_everywhere("what", 1, [&](Attempt& attempt) {
+        const ErrorException exception(error);
+        const char* text = nullptr;
+        EXPECT_TRUE(attempt([&] { text = exception.what(); }));
+        EXPECT_EQ(text, attempt.reached() ? std::string_view("nqcore::ErrorException") : whole);
+        EXPECT_EQ(exception.what(), whole) << "tried again when there is memory";
+    });
 }
 
 }  // namespace

@@ -20,25 +20,6 @@ struct Counted : RefCounted<AtomicRefCount> {
 };
 using Guard = RefCountPtrGuard<Counted>;
 
-TEST(RefCountGuard, KeepsWhatReadersStillUse) {
-    std::atomic<int> alive{0};
-    {
-        Guard guard{RefCountPtr<Counted>(new Counted(&alive, 1))};
-        {
-            const Guard::Reader inside(guard);
-            guard.set(RefCountPtr<Counted>(new Counted(&alive, 2)));
-            EXPECT_EQ(inside->m_value, 1);
-            EXPECT_EQ(alive, 2);
-        }
-        EXPECT_EQ(alive, 1) << "the last reader took the old object with it";
-        const RefCountPtr<Counted> held = guard.get();
-        guard.set({});
-        EXPECT_TRUE(guard.get().is_null());
-        EXPECT_TRUE(held->has_unique_ref());
-    }
-    EXPECT_EQ(alive, 0);
-}
-
 TEST(RefCountGuard, ReadersAreInterchangeableWhenAnObjectComesBack) {
     std::atomic<int> alive{0};
     const RefCountPtr<Counted> object(new Counted(&alive));

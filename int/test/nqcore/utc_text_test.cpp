@@ -100,11 +100,16 @@ TEST(UtcText, ExplainsWhatIsWrong) {
     } const cases[] = {
         // Twelve characters are too few.
         {s_text, {"", "##INFINITE#", "INF\0"sv, "20200101T123"}},
-        {s_date, {"##INFINITE###", "2020-13-01T00:00", "2020-01-32T00:00", "+020-01-01T00:00"}},
-        {s_separator, {"2020-01-01_00:00", "2020-01-01\0\60\60:00"sv}},
-        {s_time, {"2020-01-01T25:00", "2020-01-01T12:60", "2020-01-01T12:30:61", "2020-01-01T12:30:00.5\0"sv}},
+        {s_date,
+         {"##INFINITE###", "2020-13-01T00:00", "2020-01-32T00:00", "2020-13-01T00:00:00", "2020-00-01T00:00:00",
+          "2020-01-32T00:00:00", "2020-01-00T00:00:00", "+020-01-01T00:00"}},
+        {s_separator, {"2020-01-01_00:00", "2020-01-01_00:00:00", "2020-01-01\0\60\60:00"sv}},
+        {s_time,
+         {"2020-01-01T25:00", "2020-01-01T12:60", "2020-01-01T12:60:00", "2020-01-01T12:30:61",
+          "2020-01-01T12:30:00.5\0"sv}},
         // After a separator only "." may follow the minutes, and no sign either.
-        {s_time, {"2020-01-01T12:30,5", "2020-01-01T12:30+01:00"}},
+        {s_time,
+         {"2020-01-01T12:30,5", "2020-01-01T12:30:00x5", "2020-01-01T12:30:00.12345678x", "2020-01-01T12:30+01:00"}},
         {s_afterZ, {"2020-01-01T12:00:00Zx", "2020-01-01T24:00:01Z "}},
         {s_offset, {"2020-01-01T12:00:00+01:00", "2020-01-01T1230-01"}},
         {s_tooLate, {"2020-01-01T24:00:00.000000001Z", "2020-01-01T24.1", "2020-01-01T23:59:60.1"}},
@@ -121,6 +126,7 @@ TEST(UtcText, BeyondTheRangeCarriesTheCause) {
     constexpr std::string_view s_after = "The specified Gregorian date/time represent a date after";
     expect_failure("9999-12-31T23:59:59.999999998Z", s_range, s_after);
     expect_failure("1677-09-21 00:12:43.145224191", s_range, s_before);
+    expect_failure("0970-01-01 00:00:00", s_range, s_before);
 }
 
 TEST(UtcText, EveryOverloadReadsTheSame) {
@@ -158,7 +164,10 @@ TEST(UtcText, WritesBothForms) {
         const AbsoluteTime time = AbsoluteTime::from_nsec(row.ns);
         EXPECT_EQ(time.as_string(), row.plain);
         EXPECT_EQ(time.as_iso8601_string(), row.iso8601);
-        EXPECT_EQ(std::string(UtcText::iso8601(time).c_str(), UtcText::iso8601(time).length()), row.iso8601);
+        const UtcText iso8601 = UtcText::iso8601(time);
+        EXPECT_EQ(iso8601.c_str(), row.iso8601);
+        EXPECT_EQ(UtcText::plain(time).c_str(), row.plain);
+        EXPECT_EQ(iso8601.length(), row.iso8601.size());
         EXPECT_EQ(AbsoluteTime::from_string(row.plain), time);
     }
 }

@@ -22,7 +22,7 @@ namespace nqcore {
 ///
 /// In       `nativeCode`: kept as the parameter "nativeCode", in decimal; 0 adds nothing.
 /// Threads  a stream: one thread at a time.
-/// Errors   `std::bad_alloc`, `std::length_error`; the `throw_*` operations throw `ErrorException`, always.
+/// Errors   `std::bad_alloc`, `std::length_error`; with memory the `throw_*` operations always throw `ErrorException`.
 class NQCORE_API ErrorBuilder : public virtual std::ostringstream {
 public:
     /// Any reference-counted object.
