@@ -1,9 +1,9 @@
 #include "../main_exit.h"
 
 #include <semaphore.h>
+#include <sys/mman.h>
 #include <unistd.h>
 #include <atomic>
-#include <new>
 
 // The C library's registration of destructors of thread-local objects.
 extern "C" int __cxa_thread_atexit_impl(void (*destructor)(void*), void* object, void* module) noexcept;
@@ -17,13 +17,18 @@ constinit std::atomic<sem_t*> s_ended = nullptr;
 
 // The first thing that happens when the main thread ends is the destruction of its thread-local objects, before all
 // static destructors. An object of this library would keep the library from being unloaded for as long as the thread
-// lives. So what is registered belongs to the C library, code and all: posting a semaphore, which is never freed.
+// lives. So what is registered belongs to the C library, code and all: posting a semaphore, which outlives this library, and
+// is therefore not on the heap, where it would be taken for a leak.
 void watch_main_thread() noexcept {
     if (::gettid() != ::getpid()) {
         return;
     }
-    auto* const ended = new (std::nothrow) sem_t;
-    if (ended == nullptr || ::sem_init(ended, 0, 0) != 0) {
+    void* const place = ::mmap(nullptr, sizeof(sem_t), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (place == MAP_FAILED) {
+        return;
+    }
+    auto* const ended = static_cast<sem_t*>(place);
+    if (::sem_init(ended, 0, 0) != 0) {
         return;
     }
     // By way of a type that any function may be converted to; what it returns is not looked at.
