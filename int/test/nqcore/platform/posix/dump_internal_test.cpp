@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <gtest/gtest.h>
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <cstring>
@@ -105,17 +106,17 @@ TEST(Dump, HoldsMemoryAndAllThreads) {
     EXPECT_EQ(write_dump(s_path), DumpResult::Written);
     EXPECT_EQ(write_dump(s_path), DumpResult::NameTaken);
     EXPECT_EQ(write_dump("/no/such/folder/x.core"), DumpResult::Failed);
-    isOver = true;
-
     const Core core(s_path);
     EXPECT_EQ(core.memory(s_static, sizeof s_static), std::string_view(s_static, sizeof s_static));
     EXPECT_EQ(core.memory(heap.data(), heap.size()), heap);
     EXPECT_EQ(core.memory(other, 12), "on the stack");
-    const std::vector<std::uintptr_t> stacks = core.stack_pointers();
-    ASSERT_EQ(stacks.size(), 2u);
-    EXPECT_TRUE(is_near(stacks[0], __builtin_frame_address(0))) << "the thread that asked is the first";
-    EXPECT_TRUE(is_near(stacks[1], otherFrame));
+    isOver = true;
     thread.join();
+    const std::vector<std::uintptr_t> stacks = core.stack_pointers();
+    ASSERT_GE(stacks.size(), 2u);  // a sanitizer may have a thread of its own
+    EXPECT_TRUE(is_near(stacks[0], __builtin_frame_address(0))) << "the thread that asked is the first";
+    EXPECT_TRUE(std::any_of(stacks.begin() + 1, stacks.end(),
+                            [=](std::uintptr_t pointer) { return is_near(pointer, otherFrame); }));
     ::unlink(s_path.c_str());
 }
 
