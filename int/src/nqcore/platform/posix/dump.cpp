@@ -145,7 +145,12 @@ private:
 struct Pipe {
     int ends[2] = {-1, -1};
 
-    Pipe() noexcept { static_cast<void>(::pipe2(ends, O_CLOEXEC)); }
+    // Without a pipe nothing can be got.
+    Pipe() noexcept {
+        if (::pipe2(ends, O_CLOEXEC) != 0) {
+            ends[0] = ends[1] = -1;
+        }
+    }
     Pipe(const Pipe&) = delete;
     Pipe& operator=(const Pipe&) = delete;
     ~Pipe() {
