@@ -5,6 +5,8 @@
 #include "output.h"
 #include "tool.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cstddef>
 #include <fstream>
@@ -61,6 +63,30 @@ inline Answer run_tool(const std::string& name, const std::vector<std::string>& 
     answer.out = content_of(name + ".out");
     answer.err = content_of(name + ".err");
     return answer;
+}
+
+/// A command, and what it answers. The word FILE stands for a file that holds `input`.
+struct ToolCase {
+    const char* command;
+    int exitCode;
+    std::string out;       ///< all of it
+    const char* err = "";  ///< part of it; "" means that there is none
+    std::string input = "x\n";
+};
+
+/// In       `name`: that of `run_tool`; the input is in the file "NAME.in".
+inline void expect_answer(const std::string& name, const ToolCase& row) {
+    const std::string inputName = name + ".in";
+    std::ofstream(inputName, std::ios::binary) << row.input;
+    std::vector<std::string> words = words_of(row.command);
+    std::replace(words.begin(), words.end(), std::string("FILE"), inputName);
+    const Answer answer = run_tool(name, words);
+    SCOPED_TRACE(row.command + ('\n' + answer.err));
+    EXPECT_EQ(answer.exitCode, row.exitCode);
+    EXPECT_EQ(answer.out, row.out);
+    EXPECT_NE(answer.err.find(row.err), std::string::npos);
+    EXPECT_EQ(answer.err.empty(), *row.err == '\0');
+    EXPECT_EQ(content_of(inputName), row.input);
 }
 
 }  // namespace nq_test

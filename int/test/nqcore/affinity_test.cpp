@@ -4,7 +4,6 @@
 
 #include <ace/OS_NS_Thread.h>
 #include <algorithm>
-#include <atomic>
 #include <iterator>
 #include <ranges>
 #include <sstream>
@@ -40,13 +39,11 @@ std::string trace(const Mask& mask) {
 TEST(CpuAffinityMask, IsASetOfNumbersBelow32) {
     Mask mask = mask_of({31, 5, 0, 5, 32, 33, 64, 0xFFFFFFFF});
     EXPECT_EQ(members(mask), (Cpus{0, 5, 31}));
-    EXPECT_EQ(mask.size(), 3u);
     EXPECT_EQ(trace(mask), "0x80000021");
-    EXPECT_TRUE(mask.is_set(31));
-    EXPECT_FALSE(mask.is_set(32) || mask.is_set(37) || mask.is_set(0xFFFFFFFF));
+    EXPECT_FALSE(!mask.is_set(31) || mask.is_set(32) || mask.is_set(37) || mask.is_set(0xFFFFFFFF));
     mask.clear_cpu(32);
     mask.clear_cpu(5);
-    EXPECT_EQ(members(mask), (Cpus{0, 31}));
+    EXPECT_EQ(mask.size(), 2u);
     mask.add(mask_of({1, 31}));
     mask.subtract(mask_of({0, 2}));
     EXPECT_EQ(members(mask), (Cpus{1, 31}));
@@ -64,69 +61,49 @@ TEST(CpuAffinityMask, IsASetOfNumbersBelow32) {
 }
 
 TEST(CpuAffinityMask, IteratorMisuseIsOutOfRange) {
-    const auto what = [](auto work) -> std::string {
-        try {
-            work();
-        } catch (const std::out_of_range& error) {
-            return error.what();
-        }
-        return "";
-    };
     const Mask none;
     const Mask one = mask_of({31});
     Iterator last = one.begin_cpu();
     EXPECT_EQ(*last++, 31u);
     for (Iterator end : {none.begin_cpu(), one.end_cpu(), last, Iterator()}) {
-        EXPECT_EQ(what([&] { static_cast<void>(*end); }), "dereference of bad cpu iterator");
-        EXPECT_EQ(what([&] { ++end; }), "advancing cpu beyond end()");
+        EXPECT_THAT([&] { static_cast<void>(*end); },
+                    ::testing::ThrowsMessage<std::out_of_range>("dereference of bad cpu iterator"));
+        EXPECT_THAT([&] { ++end; }, ::testing::ThrowsMessage<std::out_of_range>("advancing cpu beyond end()"));
         EXPECT_EQ(end, none.end_cpu());
     }
 }
 
 Mask current() { return ScopedCpuAffinity::get_thread_affinity(); }
 
-// On several threads at once, each for itself.
 TEST(ScopedCpuAffinity, BindsAndRestores) {
     const Mask all = current();
-    ASSERT_FALSE(all.empty());
     EXPECT_EQ(all, ScopedCpuAffinity::get_process_affinity());
-    Cpus cpus = members(all);
-    cpus.resize(4, cpus.back());
-    std::atomic<unsigned> bound{0};
-    const auto bind = [&](unsigned cpu) {
+    for (const unsigned cpu : all) {
         const Mask only = mask_of({cpu});
-        ASSERT_TRUE(ScopedCpuAffinity::can_set_affinity(only));
-        const ScopedCpuAffinity guard(only);
-        EXPECT_EQ(guard.old_affinity(), all);
-        ++bound;
-        while (bound < cpus.size()) {
-            std::this_thread::yield();
-        }
-        EXPECT_EQ(current(), only);
-        EXPECT_EQ(ScopedCpuAffinity::get_process_affinity(), all);  // the process's is another matter
+        EXPECT_TRUE(ScopedCpuAffinity::can_set_affinity(only));
         {
-            const ScopedCpuAffinity inner(all);
-            EXPECT_EQ(inner.old_affinity(), only);
-            Mask exchanged = only;
-            ScopedCpuAffinity::swap_thread_affinity(exchanged);
-            EXPECT_EQ(exchanged, all);
+            const ScopedCpuAffinity guard(only);
+            EXPECT_EQ(guard.old_affinity(), all);
+            EXPECT_EQ(current(), only);
+            EXPECT_EQ(ScopedCpuAffinity::get_process_affinity(), all);  // the process's is another matter
+            {
+                const ScopedCpuAffinity inner(all);
+                EXPECT_EQ(inner.old_affinity(), only);
+                Mask exchanged = only;
+                ScopedCpuAffinity::swap_thread_affinity(exchanged);
+                EXPECT_EQ(exchanged, all);
+            }
+            EXPECT_EQ(current(), only);
         }
-        EXPECT_EQ(current(), only);
-    };
-    run_on_threads(cpus, bind);
-    EXPECT_EQ(current(), all);
-    bind(cpus.front());
-    EXPECT_EQ(current(), all);
+        EXPECT_EQ(current(), all);
+    }
 }
 
-// Masks of which the process has nothing.
+// Masks of which the process has nothing. On a machine with 32 processors there is but the empty one.
 TEST(ScopedCpuAffinity, AbsentCpusAreErrors) {
     const Mask all = current();
-    if (all.is_set(31)) {
-        GTEST_SKIP() << "this machine has every processor that a mask can name";
-    }
     const std::string thread = std::to_string(ACE_Thread_ID().id());
-    for (const Mask& mask : {mask_of({31}), Mask()}) {
+    for (const Mask& mask : {all.is_set(31) ? Mask() : mask_of({31}), Mask()}) {
         const auto error = ThrowsError(
             AllOf(HasCode("error.nqcore.hardware.threadAffinity"), HasParam("threadId", thread),
                   HasParam("mask", trace(mask)), HasMessage("SetThreadAffinity(" + thread + ", " + trace(mask) + ")"),

@@ -1,18 +1,17 @@
 #include "assertion_report.h"
 #include "assertion_sites.h"
 #include "dump_file.h"
+#include "error_test_support.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace nqcore::impl {
 namespace {
 
 using testing::HasSubstr;
-using testing::Not;
 
 FailedAssertion failed(const char* function, const char* expression, const char* details) {
     FailedAssertion assertion("file.cpp", 9, function, expression, details);
@@ -34,7 +33,7 @@ TEST(AssertionReport, DialogText) {
 TEST(AssertionReport, DialogShowsAPartOfADeepStack) {
     FailedAssertion assertion = failed("f()", "e", "d");
     assertion.frameCount = 16;
-    EXPECT_THAT(dialog_text(assertion), Not(HasSubstr("omitted)")));
+    EXPECT_THAT(dialog_text(assertion), testing::Not(HasSubstr("omitted)")));
     assertion.frameCount = 20;
     EXPECT_THAT(dialog_text(assertion), HasSubstr("(4 frames omitted)"));
     assertion.frameCount = reportFrameLimit;
@@ -55,17 +54,12 @@ TEST(AssertionReport, LongPaths) {
 TEST(AssertionSites, FromManyThreads) {
     static AssertionSites sites;  // as they are: never destroyed
     EXPECT_FALSE(sites.contains("", 0));
-    std::vector<std::thread> threads;
-    for (unsigned t = 0; t < 4; ++t) {
-        threads.emplace_back([] {
-            for (unsigned line = 0; line < 200; ++line) {
-                sites.add(std::string("a.cpp").c_str(), line);  // the text is kept, not the pointer
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    std::vector<int> threads(4);
+    run_on_threads(threads, [](int&) {
+        for (unsigned line = 0; line < 200; ++line) {
+            sites.add(std::string("a.cpp").c_str(), line);  // the text is kept, not the pointer
+        }
+    });
     EXPECT_TRUE(sites.contains("a.cpp", 0) && sites.contains("a.cpp", 199));
     EXPECT_FALSE(sites.contains("a.cpp", 200) || sites.contains("b.cpp", 0));
 }

@@ -1,5 +1,6 @@
 #include "nqcore/assertion.h"
 
+#include "error_test_support.h"
 #include "nqcore/error_exception.h"
 #include "nqcore/error_info.h"
 #include "nqcore/main_intercept.h"
@@ -15,13 +16,11 @@
 #include <gtest/gtest.h>
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <functional>
-#include <iterator>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
-#include <thread>
 #include <type_traits>
 #include <vector>
 
@@ -33,11 +32,8 @@ using testing::HasSubstr;
 using testing::MatchesRegex;
 using testing::StartsWith;
 
-constexpr std::string_view s_variable = "KAVO_ASSERT_THROW_ALWAYS";
-
 void set_throw_always(std::string_view value) {
-    nqcore::set_environment_variable(s_variable.data(), static_cast<unsigned>(s_variable.size()), value.data(),
-                                     static_cast<unsigned>(value.size()));
+    nqcore::set_environment_variable("KAVO_ASSERT_THROW_ALWAYS", 24, value.data(), static_cast<unsigned>(value.size()));
 }
 
 // What goes to the trace, on this thread.
@@ -70,6 +66,7 @@ class Assertion : public testing::Test {
 protected:
     void SetUp() override { set_throw_always("YES"); }
     void TearDown() override { set_throw_always(""); }
+    std::optional<Trace> m_trace{std::in_place};
 };
 
 ErrorInfo::Ptr error_of(const char* file, unsigned line, const char* function, const char* expression,
@@ -89,51 +86,46 @@ std::string value_of(const ErrorInfo::Ptr& error, std::string_view name) {
 }
 
 TEST_F(Assertion, RecordAndTrace) {
-    Trace trace;
     const ErrorInfo::Ptr error = error_of("dir/file.cpp", 42, "app::run()", "a < b", "a is 2");
-    ASSERT_FALSE(error.is_null());
-    EXPECT_EQ(error->code(), nqcore::error::exception_assert);
+    ASSERT_THAT(error, nqcore::matchers::HasCode(nqcore::error::exception_assert));
     EXPECT_EQ(error->code().value().view(), "error.exception.assert");
     EXPECT_EQ(error->location().function().view(), "nqcore::impl::report_failed_assert_aux()");
     EXPECT_EQ(error->location().file_path(), "//nqcore/int/src/nqcore/diagnostics_impl.cpp");
 
+    EXPECT_THAT(error, nqcore::AllOf(nqcore::HasParam("timestampUtc", MatchesRegex("20..-..-.. ..:..:...*")),
+                                     nqcore::HasParam("stackDump", HasSubstr("> Frame 1 -- fp="))));
     const std::string program = value_of(error, "progname");
     const std::string time = value_of(error, "timestampUtc");
     const std::string process = value_of(error, "processId");
-    const std::string thread = value_of(error, "threadId");
-    const std::string stackTrace = value_of(error, "stackTrace");
-    const std::string stackDump = value_of(error, "stackDump");
     EXPECT_THAT(program, HasSubstr("assertion_test"));
-    EXPECT_THAT(time, MatchesRegex("20..-..-.. ..:..:...*"));
     EXPECT_GT(nqcore::string_to<unsigned>(process), 0u);
-    EXPECT_GT(nqcore::string_to<unsigned>(thread), 0u);
-    EXPECT_THAT(stackTrace, StartsWith("[0x"));
-    EXPECT_THAT(stackDump, HasSubstr("> Frame 1 -- fp="));
+    EXPECT_GT(nqcore::string_to<unsigned>(value_of(error, "threadId")), 0u);
+    const std::string stacks = value_of(error, "threadId") + "\n\nStack Trace:\n" + value_of(error, "stackTrace") +
+                               "\nStack Dump:\n" + value_of(error, "stackDump");
+    EXPECT_THAT(stacks, HasSubstr("Stack Trace:\n[0x"));
     EXPECT_EQ(error->expanded_message().as_string(),
               "Debug Assertion Failed! \nProgram: " + program + "\nTimeUTC: " + time + "\nProcessId: " + process +
                   "\nFile: dir/file.cpp\nLine: 42\nFunction: app::run()\n\nExpression: a < b\n\nDetails: a is 2\n\n"
                   "ThreadId: " +
-                  thread + "\n\nStack Trace:\n" + stackTrace + "\nStack Dump:\n" + stackDump);
+                  stacks);
     // The log's entries are lines; the last one of the dump ends its own.
-    EXPECT_EQ(trace.text,
+    EXPECT_EQ(m_trace->text,
               "Debug Assertion Failed! \nProgram:    " + program + "\nTimeUTC:    " + time +
                   "\nProcessId:  " + process +
                   "\nFile:       dir/file.cpp\nLine:       42\nFunction:   app::run()\n\nExpression: a < b\n\n"
                   "Details:    a is 2\n\nThreadId:   " +
-                  thread + "\n\nStack Trace:\n" + stackTrace + "\nStack Dump:\n" + stackDump);
+                  stacks);
 }
 
 // Nothing of the reporting itself, and everything from the function that failed on.
 [[gnu::noinline]] ErrorInfo::Ptr error_and_own_frame(std::string& frame) {
-    char address[32];
-    std::snprintf(address, sizeof address, "fp=%0*zx", int(2 * sizeof(void*)),
+    frame.resize(3 + 2 * sizeof(void*));
+    std::snprintf(frame.data(), frame.size() + 1, "fp=%0*zx", int(2 * sizeof(void*)),
                   reinterpret_cast<std::size_t>(__builtin_frame_address(0)));
-    frame = address;
     return error_of("f", 1, "g", "e", nullptr);
 }
 
 TEST_F(Assertion, StackBeginsAtTheCaller) {
-    Trace trace;
     std::string frame;
     const std::string dump = value_of(error_and_own_frame(frame), "stackDump");
     EXPECT_THAT(dump, HasSubstr(frame));
@@ -141,7 +133,6 @@ TEST_F(Assertion, StackBeginsAtTheCaller) {
 }
 
 TEST_F(Assertion, NullTextsAreEmpty) {
-    Trace trace;
     const ErrorInfo::Ptr error = error_of(nullptr, 0, nullptr, nullptr, nullptr);
     for (const char* const name : {"filename", "function", "expression", "details"}) {
         EXPECT_EQ(value_of(error, name), "") << name;
@@ -151,7 +142,6 @@ TEST_F(Assertion, NullTextsAreEmpty) {
 }
 
 TEST_F(Assertion, Macros) {
-    Trace trace;
     int evaluated = 0;
     const auto yes = [&evaluated] { return ++evaluated != 0; };
     NQCORE_ASSERT(yes());
@@ -160,23 +150,17 @@ TEST_F(Assertion, Macros) {
     EXPECT_EQ(evaluated, 3);
     EXPECT_THROW(NQCORE_ASSERT(std::is_same_v<int, long>), ErrorException);  // a comma is no separator
     EXPECT_THROW(NQCORE_ASSERT_UNREACHABLE("no such case"), ErrorException);
-    try {
-        NQCORE_ASSERT_DETAILS(evaluated < 3, std::to_string(evaluated).c_str());
-    } catch (const ErrorException& failure) {
-        EXPECT_EQ(value_of(failure.error(), "expression"), "evaluated < 3");
-        EXPECT_EQ(value_of(failure.error(), "details"), "3");
-        EXPECT_THAT(value_of(failure.error(), "function"), HasSubstr("TestBody()"));
-        EXPECT_THAT(value_of(failure.error(), "filename"), HasSubstr("assertion_test.cpp"));
-        evaluated = -1;
-    }
-    EXPECT_EQ(evaluated, -1);
+    EXPECT_THAT([&] { NQCORE_ASSERT_DETAILS(evaluated < 3, std::to_string(evaluated).c_str()); },
+                nqcore::ThrowsError(nqcore::AllOf(nqcore::HasParam("expression", "evaluated < 3"),
+                                                  nqcore::HasParam("details", "3"),
+                                                  nqcore::HasParam("function", HasSubstr("TestBody()")),
+                                                  nqcore::HasParam("filename", HasSubstr("assertion_test.cpp")))));
 }
 
 // The callback stands for any code that the reporting runs, and that has an assertion of its own.
 TEST_F(Assertion, InsideTheReportOfAnother) {
-    Trace trace;
     unsigned nested = 0;
-    trace.onLine = [&nested] {
+    m_trace->onLine = [&nested] {
         errno = 5;
         nested += nqcore::report_failed_debug_assert("nested.cpp", 7, "f", "inner", nullptr) && errno == 5 ? 1 : 0;
     };
@@ -186,29 +170,23 @@ TEST_F(Assertion, InsideTheReportOfAnother) {
                 StartsWith("nqcore: assertion failed while another one was being reported: inner (nested.cpp:7)"));
     EXPECT_EQ(value_of(error, "expression"), "outer");
     EXPECT_GT(nested, 10u);
-    trace.onLine = nullptr;
+    m_trace->onLine = nullptr;
     EXPECT_FALSE(error_of("outer.cpp", 1, "f", "outer", nullptr).is_null());  // that is over
 }
 
 TEST_F(Assertion, ManyThreads) {
-    constexpr unsigned count = 8;
-    std::string threads[count];
-    std::vector<std::thread> running;
-    for (std::string& thread : threads) {
-        running.emplace_back([&thread] {
-            Trace trace;
-            for (int i = 0; i < 5; ++i) {
-                thread = value_of(error_of("f", 1, "g", "e", nullptr), "threadId");
-            }
-        });
-    }
-    for (std::thread& thread : running) {
-        thread.join();
-    }
-    EXPECT_EQ(std::set<std::string>(std::begin(threads), std::end(threads)).size(), count);
+    std::vector<std::string> threads(8);
+    nqcore::run_on_threads(threads, [](std::string& thread) {
+        const Trace trace;
+        for (int i = 0; i < 5; ++i) {
+            thread = value_of(error_of("f", 1, "g", "e", nullptr), "threadId");
+        }
+    });
+    EXPECT_EQ(std::set<std::string>(threads.begin(), threads.end()).size(), threads.size());
 }
 
 TEST_F(Assertion, AfterMain) {
+    m_trace.reset();
     EXPECT_FALSE(nqcore::has_main_exited());
     EXPECT_EXIT(
         {

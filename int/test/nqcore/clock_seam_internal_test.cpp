@@ -31,8 +31,6 @@ TEST(InterruptTime, ReadsAgainWhatIsTorn) {
         std::vector<std::uint32_t> reads;  // upper word, lower word, copy of the upper word, in this order
         std::int64_t ns;
     } const cases[] = {
-        {{0, 0, 0}, 0},
-        {{0, 1, 0}, 100},
         {{7, 0xFFFFFFFF, 7}, ticks(7, 0xFFFFFFFF)},
         {{7, 0xFFFFFFFF, 8, 8, 0, 8}, ticks(8, 0)},    // the lower word was about to roll over
         {{7, 3, 8, 7, 0, 8, 8, 1, 8}, ticks(8, 1)},    // twice
@@ -48,13 +46,10 @@ TEST(InterruptTime, ReadsAgainWhatIsTorn) {
 }
 
 TEST(TimerPeriod, TakesOneTo65535) {
-    for (const unsigned period : {1u, 2u, 65'535u}) {
-        EXPECT_EQ(platform::begin_timer_period(period), 0u) << period;
-        EXPECT_EQ(platform::end_timer_period(period), 0u) << period;
-    }
-    for (const unsigned period : {0u, 65'536u, 0xFFFFFFFFu}) {
-        EXPECT_EQ(platform::begin_timer_period(period), 97u) << period;
-        EXPECT_EQ(platform::end_timer_period(period), 97u) << period;
+    for (const unsigned period : {1u, 65'535u, 0u, 65'536u, 0xFFFFFFFFu}) {
+        const unsigned answer = period - 1 < 65'535 ? 0 : 97;
+        EXPECT_EQ(platform::begin_timer_period(period), answer) << period;
+        EXPECT_EQ(platform::end_timer_period(period), answer) << period;
     }
 }
 

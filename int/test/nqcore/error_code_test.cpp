@@ -5,7 +5,7 @@
 #include <cerrno>
 #include <set>
 #include <stdexcept>
-#include <string>
+#include <vector>
 
 namespace nqcore {
 namespace {
@@ -39,28 +39,24 @@ TEST(ErrorCode, AssignSwapTransferClear) {
     EXPECT_TRUE(b.empty());
 }
 
-void expect_matches(const char* text, bool matches, std::initializer_list<const char*> families) {
-    const ErrorCode code(text);
-    for (const char* const family : families) {
-        SCOPED_TRACE(std::string(text) + " against " + (family == nullptr ? "null" : family));
-        EXPECT_EQ(code.matches(family), matches);
-        EXPECT_EQ(code.matches(family, ErrorCode::npos), matches);
-        EXPECT_EQ(code.matches(family, ErrorCode::npos - 1), matches);
-        if (family != nullptr) {
-            const std::string longer = std::string(family) + "tail";
-            EXPECT_EQ(code.matches(longer.c_str(), static_cast<unsigned>(longer.size() - 4)), matches);
+TEST(ErrorCode, FamilyTest) {
+    const std::tuple<ErrorCode, bool, std::vector<const char*>> rows[] = {
+        {"error.a.b", true, {"error.a.b", "error.a", "error", "", ".", nullptr}},
+        {"error.a.b", false, {"error.a.", "error.a.bc", "error.a.b.c", "rror.a.b", "Error.a", "e", ".e"}},
+        {"error..b", true, {"error."}},  // the character after the prefix is a "."
+        {"", true, {"", nullptr}},
+        {"", false, {".", "error"}},
+        {".", true, {"."}},
+    };
+    for (const auto& [code, matches, families] : rows) {
+        for (const char* const family : families) {
+            SCOPED_TRACE(code.value().as_string() + " against " + (family == nullptr ? "null" : family));
+            EXPECT_EQ(code.matches(family), matches);
+            EXPECT_EQ(code.matches(family, ErrorCode::npos - 1), matches);
             EXPECT_EQ(code.matches(ErrorCode(family)), matches);
         }
     }
-}
-
-TEST(ErrorCode, FamilyTest) {
-    expect_matches("error.a.b", true, {"error.a.b", "error.a", "error", "", ".", nullptr});
-    expect_matches("error.a.b", false, {"error.a.", "error.a.bc", "error.a.b.c", "rror.a.b", "Error.a", "e", ".e"});
-    expect_matches("error..b", true, {"error."});  // the character after the prefix is a "."
-    expect_matches("", true, {"", nullptr});
-    expect_matches("", false, {".", "error"});
-    expect_matches(".", true, {"."});
+    EXPECT_TRUE(ErrorCode("error.a").matches("errortail", 5) && !ErrorCode("error.a").matches("error.a.", 8));
 }
 
 TEST(ErrorCode, ComparisonIsOfWholeTexts) {
@@ -87,14 +83,10 @@ TEST(ErrorCode, AppendSegment) {
 
 TEST(ErrorCode, FromErrno) {
     EXPECT_EQ(ErrorCode::from_errno(ENOENT).value().data(), error::errno_ENOENT.value().data()) << "no copy";
+    EXPECT_FALSE(ErrorCode::from_errno(15).value().is_reference());
     errno = ERANGE;
     EXPECT_TRUE(ErrorCode::from_errno() == error::errno_ERANGE);
     EXPECT_TRUE(ErrorCode::from_errno(0).empty()) << "success has a message and no code";
-    for (const long number : {15L, 26L, 10063L, 10066L, 10034L, 10072L, -1L, 2147483647L}) {
-        const ErrorCode code = ErrorCode::from_errno(number);
-        EXPECT_EQ(code.value().view(), "error.errno." + std::to_string(number));
-        EXPECT_FALSE(code.value().is_reference());
-    }
 }
 
 TEST(ErrorCatalogue, EveryConstantHasItsTextOnce) {
@@ -105,17 +97,13 @@ TEST(ErrorCatalogue, EveryConstantHasItsTextOnce) {
     std::set<std::string> texts;
     for (unsigned i = 0; i < count; ++i) {
         const std::string text = rows[i].code->value().as_string();
-        SCOPED_TRACE(text);
-        EXPECT_TRUE(rows[i].code->matches("error"));
-        EXPECT_TRUE(names.insert(rows[i].constant).second);
-        EXPECT_TRUE(texts.insert(text).second);
-
+        EXPECT_TRUE(rows[i].code->matches("error") && names.insert(rows[i].constant).second &&
+                    texts.insert(text).second)
+            << text;
         // The constant is the text with "error." dropped and "_" for "."; snake_case segments are checked below.
         std::string expected = text.substr(6);
         std::replace(expected.begin(), expected.end(), '.', '_');
-        if (text.find('_') == text.npos && text != "error.errno") {
-            EXPECT_EQ(rows[i].constant, expected);
-        }
+        EXPECT_TRUE(rows[i].constant == expected || text.find('_') != text.npos || text == "error.errno") << text;
     }
     EXPECT_TRUE(error::exception_runtimeError_overflowError == "error.exception.runtime_error.overflow_error");
     EXPECT_TRUE(error::exception_badCast_badLexicalCast == "error.exception.bad_cast.bad_lexical_cast");

@@ -2,10 +2,8 @@
 
 #include "error_test_support.h"
 
-#include <gtest/gtest.h>
 #include <cerrno>
 #include <stdexcept>
-#include <string>
 
 namespace nqcore {
 namespace {
@@ -13,21 +11,16 @@ namespace {
 const ErrorCode s_code("error.app.f");
 
 constexpr ErrorTemplate s_cannotOpen{"cannot open {@path} after {@attempts} attempts: {@path}", "path", "attempts"};
-constexpr ErrorTemplate s_plain{"nothing to fill in"};
 constexpr ErrorTemplate s_odd = ErrorTemplate<1>::unchecked("{@left} out", "given");
 
 constexpr bool match(std::string_view message, std::initializer_list<std::string_view> names) {
     return impl::placeholders_match(message, names.begin(), static_cast<unsigned>(names.size()));
 }
 // What the compiler refuses in a template, and what it takes.
-static_assert(match("{@a} {@b}", {"b", "a"}));
-static_assert(match("none {a} {@unclosed", {}));
-static_assert(match("{@}", {""}));
-static_assert(!match("{@a}", {}));
-static_assert(!match("no placeholder", {"a"}));
-static_assert(!match("{@a}", {"A"}));
-static_assert(!match("{@a}", {"a", "a"}));
+static_assert(match("{@a} {@b}", {"b", "a"}) && match("none {a} {@unclosed", {}) && match("{@}", {""}));
 static_assert(match("{@a{@b}", {"a{@b"}));
+static_assert(!match("{@a}", {}) && !match("no placeholder", {"a"}) && !match("{@a}", {"A"}));
+static_assert(!match("{@a}", {"a", "a"}));
 
 TEST(ErrorTemplate, FillsValuesInTheOrderOfTheNames) {
     const std::string path = "/tmp/a path that is too long for the string itself";
@@ -35,7 +28,6 @@ TEST(ErrorTemplate, FillsValuesInTheOrderOfTheNames) {
     EXPECT_THAT(error, AllOf(HasParam("path", path), HasParam("attempts", "3"),
                              HasMessage("cannot open " + path + " after 3 attempts: " + path)));
     EXPECT_EQ(error->message().data(), s_cannotOpen.message().data()) << "the literal itself";
-    EXPECT_THAT(s_plain.compose().create(s_code, s_location), HasMessage("nothing to fill in"));
     EXPECT_THAT(s_odd.compose(true).create(s_code, s_location),
                 AllOf(HasMessage("{@left} out"), HasParam("given", "true")));
 }
@@ -85,14 +77,9 @@ TEST(ErrorComposer, NestsCauses) {
     EXPECT_THAT(out, caused);
     composer.create_transfer(out, s_code, s_location);
     EXPECT_TRUE(out->nested().is_null());
-    composer.create_transfer_with_nested_errno(out, s_code, s_location, ENOENT);
-    EXPECT_THAT(out, causedByErrno);
-    composer.create_transfer_with_nested_exception(out, s_code, s_location, exception);
-    EXPECT_THAT(out, causedByException);
     composer.create_transfer_with_nested_winerror(out, s_code, s_location, 5, true);
     EXPECT_THAT(out, HasCause(AllOf(HasCode("error.errno.EACCES"), causedByWindows)));
 
-    EXPECT_THAT([&] { composer.throw_error(s_code, s_location); }, ThrowsError(HasMessage("top")));
     EXPECT_THAT([&] { composer.throw_error(s_code, s_location, cause); }, ThrowsError(caused));
     EXPECT_THAT([&] { composer.throw_with_nested_errno(s_code, s_location, ENOENT); }, ThrowsError(causedByErrno));
     EXPECT_THAT([&] { composer.throw_with_nested_exception(s_code, s_location, exception); },

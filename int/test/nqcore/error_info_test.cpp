@@ -2,11 +2,9 @@
 
 #include "error_test_support.h"
 
-#include <gtest/gtest.h>
 #include <cerrno>
 #include <climits>
 #include <sstream>
-#include <string>
 
 namespace nqcore {
 namespace {
@@ -26,28 +24,21 @@ std::string trace(const ErrorInfo::Ptr& error, unsigned depth = 0) {
 
 TEST(ErrorInfo, KeepsWhatItIsGiven) {
     const ErrorInfo::Ptr cause = record("error.cause");
-    const ErrorParams params = ErrorParams().add("a", "1");
-    const ErrorInfo::Ptr error = ErrorInfo::create("error.top", SourceString("{@a}", true), params, s_location, cause);
-    EXPECT_THAT(error, AllOf(HasCode("error.top"), HasMessage("1")));
+    const ErrorInfo::Ptr error =
+        ErrorInfo::create("error.top", SourceString("{@a}", true), ErrorParams().add("a", "1"), s_location, cause);
+    EXPECT_THAT(error, AllOf(HasCode("error.top"), HasMessage("1"), HasCause(cause)));
     EXPECT_EQ(error->message().view(), "{@a}");
     EXPECT_EQ(error->expanded_message(0).view(), "...");
-    EXPECT_EQ(error->location(), s_location);
-    EXPECT_EQ(error->nested(), cause);
-    EXPECT_TRUE(error->has_unique_ref());
-    EXPECT_FALSE(error->hostname().empty());
+    EXPECT_TRUE(error->location() == s_location && error->has_unique_ref() && !error->hostname().empty());
     EXPECT_EQ(error->hostname().data(), cause->hostname().data()) << "shared by all records";
+    EXPECT_THAT(ErrorInfo::create("c", SourceString("m", 1), s_location, cause),
+                AllOf(HasMessage("m"), HasCause(cause)));
 
-    EXPECT_EQ(ErrorInfo::create("c", SourceString("m", 1), s_location)->message().view(), "m");
-    EXPECT_EQ(ErrorInfo::create("c", SourceString("m", 1), s_location, cause)->nested(), cause);
-}
-
-TEST(ErrorInfo, NestsAnErrno) {
     EXPECT_TRUE(ErrorInfo::create_with_nested_errno("c", "m", s_location, 0)->nested().is_null());
-    const ErrorInfo::Ptr error =
+    const ErrorInfo::Ptr nested =
         ErrorInfo::create_with_nested_errno("c", "m", ErrorParams().add("a", "1"), s_location, EINVAL);
-    EXPECT_THAT(error, AllOf(HasParam("a", "1"),
-                             HasCause(AllOf(HasCode("error.errno.EINVAL"), HasMessage("Invalid argument")))));
-    EXPECT_EQ(error->nested()->location(), s_location);
+    EXPECT_THAT(nested, AllOf(HasParam("a", "1"), HasCause(HasCode("error.errno.EINVAL"))));
+    EXPECT_EQ(nested->nested()->location(), s_location);
 }
 
 TEST(ErrorInfo, MatchesAlongTheChain) {
@@ -72,9 +63,7 @@ TEST(ErrorInfo, NativeCodeReadsANumber) {
     for (const char* const sixteen : {"16", "0x10", "020", " +16"}) {
         EXPECT_EQ(native(sixteen), 16) << sixteen;
     }
-    for (const char* const none : {"5 ", "", "0x"}) {
-        EXPECT_EQ(native(none), 0) << none;
-    }
+    EXPECT_EQ(native("5 ") + native("") + native("0x") + record()->native_code(), 0);
     EXPECT_EQ(native("99999999999999999999"), LONG_MAX);
     EXPECT_EQ(native("-99999999999999999999"), LONG_MIN);
     EXPECT_EQ(errno, 77) << "left alone";
@@ -140,9 +129,8 @@ TEST(ErrorInfo, LongChainsStayOffTheStack) {
     EXPECT_EQ(*chain, *twin);
     EXPECT_FALSE(chain->any_matches("error.b"));
     EXPECT_NE(chain->hash(), 0u);
+    EXPECT_EQ(virtual_slot(&ErrorInfo::write_trace), 3u) << "behind destroy and the destructor's two";
 }
-
-TEST(ErrorInfo, TextFollowsDestroyAndTheDestructorsTwoSlots) { EXPECT_EQ(virtual_slot(&ErrorInfo::write_trace), 3u); }
 
 // Every use of a record's memory: with and without parameters, grown, copied, dropped unused.
 TEST(ErrorInfo, RecordsAndParametersShareTheirMemory) {
@@ -159,58 +147,38 @@ TEST(ErrorInfo, RecordsAndParametersShareTheirMemory) {
 }
 
 TEST(ErrorInfo, TraceText) {
-    const std::string host = record()->hostname().as_string();
     const ErrorInfo::Ptr plain = record("error.a", "text");
-    EXPECT_EQ(trace(plain),
-              "\nErrorCode:   error.a"
-              "\nDescription: text"
-              "\nHostname:    " +
-                  host +
-                  "\nFunction:    app::f()"
-                  "\nFile(Line):  //app/f.cpp#1(7)"
-                  "\nParameters:  ");
-
+    const std::string host = plain->hostname().as_string();
+    EXPECT_EQ(trace(plain), "\nErrorCode:   error.a\nDescription: text\nHostname:    " + host +
+                                "\nFunction:    app::f()\nFile(Line):  //app/f.cpp#1(7)\nParameters:  ");
     EXPECT_EQ(trace(record("error.b", "{@a}\n{@b}", ErrorParams().add("b", "2").add("a", "1"), plain), 1),
-              "\n  ErrorCode:   error.b"
-              "\n  Description: "
-              "\n      1"
-              "\n      2"
-              "\n  Hostname:    " +
-                  host +
-                  "\n  Function:    app::f()"
-                  "\n  File(Line):  //app/f.cpp#1(7)"
-                  "\n  Parameters:  "
-                  "\n      'a' => \"1\""
-                  "\n      'b' => \"2\""
-                  "\n  Nested: " +
+              "\n  ErrorCode:   error.b\n  Description: \n      1\n      2\n  Hostname:    " + host +
+                  "\n  Function:    app::f()\n  File(Line):  //app/f.cpp#1(7)"
+                  "\n  Parameters:  \n      'a' => \"1\"\n      'b' => \"2\"\n  Nested: " +
                   trace(plain, 2));
-    const std::string nowhere = trace(ErrorInfo::create(ErrorCode(), "", SourceLocation()));
-    EXPECT_NE(nowhere.find("\nFile(Line):  (0)\n"), nowhere.npos);
+    EXPECT_THAT(trace(ErrorInfo::create(ErrorCode(), "", SourceLocation())),
+                testing::HasSubstr("\nFile(Line):  (0)\n"));
 }
 
 TEST(ErrorInfo, TraceTextOfParameters) {
     const std::string v510(510, 'v');
     const std::string v512(512, 'v');
     const std::string v600(600, 'v');
-    struct {
-        const char* name;
-        std::string value, text;
-    } const rows[] = {
-        {"one line, any length", v600, "'n' => \"" + v600 + "\""},
-        {"line feed at the end", "a\n", "\n    'n' => \n        \"a\"\n        \"\""},
-        {"line feed after the first 512", v512 + "\nx", "\n    'n' => \"" + v512 + "\nx\"[...](2 omitted)"},
-        {"cut at a character", "\n" + v510 + "\xC3\xA4",
-         "\n    'n' => \n        \"\"\n        \"" + v510 + "\"[...](2 omitted)"},
+    const std::pair<std::string, std::string> rows[] = {
+        {v600, "'n' => \"" + v600 + "\""},  // one line, any length
+        {"a\n", "\n    'n' => \n        \"a\"\n        \"\""},
+        {v512 + "\nx", "\n    'n' => \"" + v512 + "\nx\"[...](2 omitted)"},  // no line feed in the first 512
+        {"\n" + v510 + "\xC3\xA4", "\n    'n' => \n        \"\"\n        \"" + v510 + "\"[...](2 omitted)"},
     };
-    for (const auto& row : rows) {
-        EXPECT_TRUE(trace(with_param("n", row.value)).ends_with("\nParameters:  " + row.text)) << row.name;
+    for (const auto& [value, text] : rows) {
+        EXPECT_THAT(trace(with_param("n", value)), testing::EndsWith("\nParameters:  " + text));
     }
-    EXPECT_TRUE(trace(record("c", "m", ErrorParams().add("a", v600).add("b", "")))
-                    .ends_with("\n    'a' => \"" + v600 + "\"[...](88 omitted)\n    'b' => \"\""))
+    EXPECT_THAT(trace(record("c", "m", ErrorParams().add("a", v600).add("b", ""))),
+                testing::EndsWith("\n    'a' => \"" + v600 + "\"[...](88 omitted)\n    'b' => \"\""))
         << "whole, and marked all the same";
     const std::string longest(16384, 'x');
-    const std::string text = trace(record("c", "{@a}|{@b}|", ErrorParams().add("a", longest).add("b", longest + "y")));
-    EXPECT_NE(text.find("\nDescription: " + longest + "|" + longest + "...|\nHostname:"), text.npos);
+    EXPECT_THAT(trace(record("c", "{@a}|{@b}|", ErrorParams().add("a", longest).add("b", longest + "y"))),
+                testing::HasSubstr("\nDescription: " + longest + "|" + longest + "...|\nHostname:"));
 }
 
 }  // namespace

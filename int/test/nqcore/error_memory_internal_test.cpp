@@ -7,10 +7,6 @@
 
 #include "allocation_test_support.h"
 
-#include <gtest/gtest.h>
-#include <string>
-#include <string_view>
-
 namespace nqcore {
 namespace {
 

@@ -2,11 +2,8 @@
 
 #include "error_test_support.h"
 
-#include <gtest/gtest.h>
 #include <sstream>
 #include <stdexcept>
-#include <string>
-#include <utility>
 
 namespace nqcore {
 namespace {
@@ -30,24 +27,19 @@ TEST(ErrorParams, AddsValuesOfAllKinds) {
               "'int' => \"-5\", 'max' => \"18446744073709551615\", 'min' => \"-9223372036854775808\", "
               "'no' => \"false\", 'npos' => \"xy\", 'null' => \"\", 'str' => \"value\", 'text' => \"a view\", "
               "'yes' => \"true\"");
-    EXPECT_EQ(ErrorParams::make_assign_value(nullptr), "");
     EXPECT_TRUE(ErrorParams().add_literal_name("literal", "1").name_at(0).is_reference());
     EXPECT_FALSE(params.name_at(0).is_reference());
 }
 
 TEST(ErrorParams, LookUp) {
-    ErrorParams params;
-    params.add("b", "2").add("", "empty");
+    const ErrorParams params = ErrorParams().add("b", "2").add("", "empty");
     std::string out = "kept";
-    EXPECT_FALSE(params.query_value("a", 1, &out));
-    EXPECT_EQ(out, "kept");
-    EXPECT_TRUE(params.query_value("bcd", 1, &out));
-    EXPECT_EQ(out, "2");
+    EXPECT_TRUE(!params.query_value("a", 1, &out) && out == "kept");
+    EXPECT_TRUE(params.query_value("bcd", 1, &out) && out == "2");
     EXPECT_EQ(params.get_value(nullptr, 7), "empty") << "a null name is the empty one";
-    EXPECT_EQ(params.count("B", 1), 0u);
     EXPECT_EQ(params.count("b", 0x80000000u), 0u) << "no such name, and not read";
     EXPECT_EQ(&params.get_value("a"), &ErrorParams().get_value("x")) << "one shared empty string";
-    EXPECT_EQ(params.find("a"), nullptr);
+    EXPECT_TRUE(params.count("B", 1) == 0 && params.find("a") == nullptr);
 }
 
 TEST(ErrorParams, FailsWholeAndMergesTheOthersValues) {
@@ -73,16 +65,16 @@ TEST(ErrorParams, ValuesMayComeFromTheSetItself) {
 TEST(ErrorParams, CopyMoveSwapTransfer) {
     ErrorParams a = ErrorParams().add("x", "1");
     ErrorParams b(a);
-    b.add("y", "2");
-    a.swap(b);
-    EXPECT_EQ(b.size(), 1u);
+    a.swap(b.add("y", "2"));
     ErrorParams c(a.transfer());
     a.assign(c.transfer());
-    EXPECT_TRUE(c.empty());
+    EXPECT_TRUE(b.size() == 1 && c.empty());
     c = std::move(a);
     c = *&c;
     c.reserve(50);
     EXPECT_EQ(text_of(c), "'x' => \"1\", 'y' => \"2\"");
+    c.clear();
+    EXPECT_TRUE(c.empty());
 }
 
 TEST(ErrorParams, Compare) {
@@ -112,38 +104,26 @@ TEST(ErrorParams, TraceText) {
     EXPECT_EQ(text_of(ErrorParams().add(n128 + "x", v255 + "\xC3\xA4")), "'" + n128 + "...' => \"" + v255 + "...\"");
 }
 
-struct ExpansionCase {
-    const char* text;
-    const char* expanded;
-    unsigned limit = ErrorParams::npos;
-};
-
-constexpr ExpansionCase s_expansions[] = {
-    {"Invalid UTC time string: \"{@utcTime}\"", "Invalid UTC time string: \"2018-13-01\""},
-    {"{@a}{@unclosed", "1{@unclosed"},
-    {"<{@}>", "<nameless>"},
-    {"{a} {} } { @a {@A}", "{a} {} } { @a {@A}"},
-    {"{@a{@a}", "{@a{@a}"},
-    {"{@recursive}", "{@a}"},
-    {"a long template {@long}{@long}", "a long template abc...abc...", 3},
-    {"<{@long}>", "<...>", 0},
-    {"{@umlauts}", "\xC3\xA4...", 3},
-    {"{@continuations}", "...", 2},
-};
-
 TEST(ErrorParams, ReplacesPlaceholders) {
-    ErrorParams params;
-    params.add("utcTime", "2018-13-01").add("a", 1).add("", "nameless").add("long", "abcdef").add("recursive", "{@a}");
-    params.add("umlauts", "\xC3\xA4\xC3\xB6").add("continuations", "\x80\x80\x80");
-    for (const auto& [text, expanded, limit] : s_expansions) {
+    constexpr std::tuple<const char*, const char*, unsigned> cases[] = {
+        {"time: \"{@utcTime}\"", "time: \"2018-13-01\"", ErrorParams::npos},
+        {"{@utcTime}{@unclosed", "2018-13-01{@unclosed", ErrorParams::npos},
+        {"<{@}>", "<nameless>", ErrorParams::npos},
+        {"{@recursive} {a} {} } { @a {@A}", "{@a} {a} {} } { @a {@A}", ErrorParams::npos},
+        {"{@a{@a}", "{@a{@a}", ErrorParams::npos},
+        {"a long template {@}{@}", "a long template nam...nam...", 3},
+        {"<{@}>", "<...>", 0},
+        {"{@umlauts}{@continuations}", "\xC3\xA4......", 3},
+    };
+    ErrorParams params = ErrorParams().add("utcTime", "2018-13-01").add("", "nameless").add("recursive", "{@a}");
+    params.add("umlauts", "\xC3\xA4\xC3\xB6").add("continuations", "\x80\x80\x80\x80").add("a", 1);
+    for (const auto& [text, expanded, limit] : cases) {
         const auto length = static_cast<unsigned>(std::string_view(text).size());
         EXPECT_EQ(params.expanded_message_with_limit(text, length, limit).view(), expanded);
         EXPECT_EQ(params.expanded_message_with_limit(SourceString(text, true), limit).view(), expanded);
-        if (limit == ErrorParams::npos) {
-            EXPECT_EQ(params.expanded_message(text, ErrorParams::npos).view(), expanded);
-            EXPECT_EQ(params.expanded_message(SourceString(text, true)).view(), expanded);
-        }
     }
+    EXPECT_EQ(params.expanded_message("{@a}", ErrorParams::npos).view(), "1");
+    EXPECT_EQ(params.expanded_message(SourceString("{@a}", true)).view(), "1");
 }
 
 TEST(ErrorParams, ExpansionSharesWhatItCan) {

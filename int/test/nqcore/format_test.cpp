@@ -8,10 +8,7 @@
 // They have formatters of their own for ranges and for exceptions, which must not get in the way.
 #include <fmt/ranges.h>
 #include <fmt/std.h>
-#include <gtest/gtest.h>
 #include <sstream>
-#include <string>
-#include <string_view>
 
 namespace nqcore {
 namespace {
@@ -46,10 +43,7 @@ TYPED_TEST(Format, WritesWhatTheLibraryWrites) {
     const ErrorInfo::Ptr error = record("error.a", "no {@a}", ErrorParams().add("a", 3).add("b", "x"), record());
     std::ostringstream trace;
     trace << ErrorInfo::Trace{*error};
-    const struct {
-        std::string text;
-        std::string expected;
-    } rows[] = {
+    const std::pair<std::string, std::string> rows[] = {
         {TypeParam::format("{}", time), "2020-02-29 12:34:56.789"},
         {TypeParam::format("{}", AbsoluteTime::infinite), "##INFINITE##"},
         {TypeParam::format("{}", UtcText::iso8601(time)), "2020-02-29T12:34:56.789Z"},
@@ -72,8 +66,8 @@ TYPED_TEST(Format, WritesWhatTheLibraryWrites) {
          "[     error.a] [**false**] [no]"},
         {TypeParam::format("{:-<40}|", UuidText(Uuid())), "00000000-0000-0000-0000-000000000000----|"},
     };
-    for (const auto& row : rows) {
-        EXPECT_EQ(row.text, row.expected);
+    for (const auto& [text, expected] : rows) {
+        EXPECT_EQ(text, expected);
     }
     EXPECT_THROW(TypeParam::format("{:d}", time), typename TypeParam::Error) << "the specs are those of text";
 }

@@ -14,22 +14,16 @@ namespace {
 
 /// Notes what it is told, and what the future says meanwhile.
 struct Observer : IFutureObserver<int> {
-    void on_future_error(const ErrorInfo::Ptr&) override { note("error"); }
-    void on_future_value(const int& value) override { note("value " + std::to_string(value)); }
-
-    void note(std::string text) {
-        text += future.wait(RelativeTime::zero) ? ", too late" : "";  // takes no lock
-        log += log.empty() ? text : "; " + text;
-        if (throws) {
-            throw std::runtime_error("from an observer");
-        }
-    }
-
     explicit Observer(const Future<int>& observed) : future(observed) {}
-
+    void on_future_error(const ErrorInfo::Ptr&) override {}
+    void on_future_value(const int& value) override {
+        told = value;
+        isReady = future.wait(RelativeTime::zero);  // takes no lock
+        throw std::runtime_error("from an observer");
+    }
     Future<int> future;
-    std::string log;
-    bool throws = false;
+    int told = 0;
+    bool isReady = false;
 };
 
 TEST(Future, OfNothingBecomesReadyOnce) {
@@ -37,8 +31,7 @@ TEST(Future, OfNothingBecomesReadyOnce) {
     Future<void> failed;
     EXPECT_EQ(failed.error_info(), nullptr);
     EXPECT_TRUE(failed.set(first));
-    EXPECT_FALSE(failed.set(record("error.second")) || failed.set_value());
-    EXPECT_EQ(state_of(failed), "ready error");
+    EXPECT_FALSE(failed.set_value());
     EXPECT_EQ(failed.error_info(), first);
     EXPECT_THAT([&] { failed.get(); }, ThrowsError(HasCode("error.first")));
 }
@@ -57,17 +50,12 @@ TEST(Future, NullErrorAndNullHandleAreRefused) {
 
 TEST(Future, WaitsThatCannotSucceedAnswerAtOnce) {
     const Future<void> pending;
-    for (const RelativeTime timeout : {RelativeTime::zero, RelativeTime::min_time, RelativeTime::milliseconds(-5)}) {
-        EXPECT_FALSE(pending.wait(timeout));
-    }
-    for (const AbsoluteTime deadline : {AbsoluteTime::zero, AbsoluteTime::min_time, AbsoluteTime::now()}) {
-        EXPECT_FALSE(pending.wait(deadline));
-    }
-    EXPECT_FALSE(pending.wait(RelativeTime::milliseconds(5)));
-    EXPECT_FALSE(pending.wait(AbsoluteTime(RelativeTime::milliseconds(5))));
     const Future<void> ready = ready_future();
-    EXPECT_TRUE(ready.wait(RelativeTime::min_time));
-    EXPECT_TRUE(ready.wait(AbsoluteTime::min_time));
+    for (const auto time : {RelativeTime::zero, RelativeTime::min_time, RelativeTime::milliseconds(5)}) {
+        EXPECT_TRUE(!pending.wait(time) && !pending.wait(AbsoluteTime(time)));
+        EXPECT_TRUE(ready.wait(time) && ready.wait(AbsoluteTime(time)));
+    }
+    EXPECT_FALSE(pending.wait(AbsoluteTime::now()));
     ready.wait();
 }
 
@@ -99,10 +87,10 @@ TEST(Future, AnObserverThatThrowsKeepsNobodyFromHearing) {
     for (Observer& observer : observers) {
         EXPECT_TRUE(future.add_observer(&observer));
     }
-    observers[0].throws = true;
     EXPECT_TRUE(future.set_value(5));
-    EXPECT_EQ(observers[0].log, "value 5");
-    EXPECT_EQ(observers[1].log, "value 5");
+    for (const Observer& observer : observers) {
+        EXPECT_TRUE(observer.told == 5 && !observer.isReady);
+    }
 }
 
 struct ThrowsWhenMoved {

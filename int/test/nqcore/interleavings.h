@@ -1,6 +1,7 @@
 // Every order in which a few threads can take their steps, tried on a model.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <algorithm>
 #include <array>
 #include <cstddef>
@@ -49,18 +50,18 @@ std::string first_fault(const State& initial, std::size_t fewestStates = 0) {
     return seen.size() < fewestStates ? "too few states: " + std::to_string(seen.size()) : "";
 }
 
-/// Calls `run(operations)` with every sequence of `length` numbers below `choices`.
-template <std::size_t length, class Run>
-void for_each_sequence(int choices, Run run) {
-    std::array<int, length> operations{};
-    for (;;) {
-        run(operations);
-        std::size_t place = 0;
-        while (place < length && ++operations[place] == choices) {
-            operations[place++] = 0;
+/// Does every sequence of `length` operations in a `World` of its own, which checks itself after each.
+template <std::size_t length, class World, std::size_t choices>
+void for_each_sequence(void (*const (&operations)[choices])(World&)) {
+    std::array<std::size_t, length> sequence{};
+    for (std::size_t place = 0; place != length && !testing::Test::HasFatalFailure();) {
+        World world;
+        for (const std::size_t operation : sequence) {
+            operations[operation](world);
+            world.check();
         }
-        if (place == length) {
-            return;
+        for (place = 0; place < length && ++sequence[place] == choices; ++place) {
+            sequence[place] = 0;
         }
     }
 }

@@ -4,13 +4,13 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <algorithm>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <regex>
 #include <string>
 #include <string_view>
-#include <vector>
+#include <utility>
 
 namespace nqcore::test {
 namespace {
@@ -36,8 +36,6 @@ struct Library {
         }
     }
 
-    [[nodiscard]] bool complete() const { return init != nullptr && fini != nullptr && register_cleanup != nullptr; }
-
     void* module;
     int (*init)() = nullptr;
     int (*fini)() = nullptr;
@@ -49,23 +47,17 @@ std::string registered_xml() {
     return nqmoduleregistry::query_module_info("nqcore", &info) ? info.xml() : "";
 }
 
-std::string file_content() {
-    std::ifstream file(NQ_LIBRARY, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
-
 std::string s_cleaned;
 void clean_up(void* name) { s_cleaned += static_cast<const char*>(name); }
 
 TEST(ExplicitHost, LoadsStartsStopsAndUnloadsAgainAndAgain) {
-    for (int round = 0; round < 3; ++round) {
-        SCOPED_TRACE(round);
+    for (const bool starts : {true, false, true}) {
         ASSERT_FALSE(is_module_loaded(NQ_LIBRARY));
         ASSERT_EQ(registered_xml(), "");
-        {
-            const Library library;
-            ASSERT_TRUE(library.complete());
-            EXPECT_NE(registered_xml(), "");
+        const Library library;
+        ASSERT_TRUE(library.init != nullptr && library.fini != nullptr && library.register_cleanup != nullptr);
+        EXPECT_NE(registered_xml(), "");
+        if (starts) {
             EXPECT_GE(library.init(), 0);
             EXPECT_EQ(library.init(), 2);
             s_cleaned.clear();
@@ -79,12 +71,6 @@ TEST(ExplicitHost, LoadsStartsStopsAndUnloadsAgainAndAgain) {
         }
     }
     EXPECT_FALSE(is_module_loaded(NQ_LIBRARY));
-}
-
-TEST(ExplicitHost, MayUnloadWithoutStarting) {
-    { const Library library; }
-    EXPECT_FALSE(is_module_loaded(NQ_LIBRARY));
-    EXPECT_EQ(registered_xml(), "");
 }
 
 // A child that unloads the library while cleanups wait, and ends; 0 when the library was still there for them.
@@ -101,7 +87,8 @@ TEST(ExplicitHostDeathTest, TheLibraryStaysWhileCleanupsWait) {
 }
 
 TEST(ModuleInfoBlock, IsFoundInTheFileByItsMarker) {
-    const std::string content = file_content();
+    std::ifstream file(NQ_LIBRARY, std::ios::binary);
+    const std::string content{std::istreambuf_iterator<char>(file), {}};
     const std::size_t block = content.find(s_marker);
     ASSERT_NE(block, content.npos);
     EXPECT_EQ(content.find(s_marker, block + 1), content.npos) << "found twice";
@@ -114,37 +101,27 @@ TEST(ModuleInfoBlock, IsFoundInTheFileByItsMarker) {
         EXPECT_EQ(registered_xml(), text.substr(xml));
     }
 
-    // The whole document, with the values that no test can know taken out.
-    std::string expected =
-        "<ModuleInfo name=\"nqcore\" type=\"dll\" tool=\"vc\" build=\"release\" arch=\"x86\">\n  <FileInfo>\n";
-    for (const char* name :
-         {"CompanyName", "FileVersion", "InternalName", "OriginalFilename", "LegalCopyright", "KAVOBuildMachine",
-          "KAVOBuildName", "KAVOBuildChangelist", "KAVOBuildNum", "KAVOBuildTimestamp", "KAVOGCCBuildId"}) {
-        expected += std::string("    <Item name=\"") + name + "\"></Item>\n";
-    }
-    expected += "  </FileInfo>\n</ModuleInfo>\n";
-    std::string document = text.substr(xml);
-    std::vector<std::string> values;
-    for (std::size_t end = 0; (end = document.find("</Item>", end)) != document.npos; end += 7) {
-        const std::size_t value = document.rfind("\">", end) + 2;
-        values.push_back(document.substr(value, end - value));
-        document.erase(value, end - value);
-        end = value;
-    }
-    ASSERT_EQ(document, expected);
-    for (const std::string& value : values) {
-        EXPECT_NE(value, "");
-        EXPECT_EQ(value.find_first_of("<>\""), value.npos) << value;
-    }
-    const auto shape = [](std::string value) {
-        std::ranges::replace_if(
-            value, [](char c) { return c >= '0' && c <= '9'; }, '0');
-        return value;
+    constexpr const char* s_any = "[^<>\"]+";
+    constexpr std::pair<const char*, const char*> s_items[] = {
+        {"CompanyName", s_any},
+        {"FileVersion", s_any},
+        {"InternalName", "nqcore"},
+        {"OriginalFilename", s_any},
+        {"LegalCopyright", s_any},
+        {"KAVOBuildMachine", s_any},
+        {"KAVOBuildName", s_any},
+        {"KAVOBuildChangelist", s_any},
+        {"KAVOBuildNum", s_any},
+        {"KAVOBuildTimestamp", "\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d"},
+        {"KAVOGCCBuildId", "[0-9a-f]{32}"},
     };
-    EXPECT_EQ(values[2], "nqcore");
-    EXPECT_EQ(shape(values[9]), "0000-00-00 00:00");
-    EXPECT_EQ(values[10].size(), 32U);
-    EXPECT_EQ(values[10].find_first_not_of("0123456789abcdef"), values[10].npos);
+    std::string document =
+        "<ModuleInfo name=\"nqcore\" type=\"dll\" tool=\"vc\" build=\"release\" arch=\"x86\">\n  <FileInfo>\n";
+    for (const auto& [name, value] : s_items) {
+        document += std::string("    <Item name=\"") + name + "\">" + value + "</Item>\n";
+    }
+    document += "  </FileInfo>\n</ModuleInfo>\n";
+    EXPECT_TRUE(std::regex_match(text.substr(xml), std::regex(document))) << text;
 }
 
 // A child in which another module has the name already; 0 when loading went on.
@@ -173,11 +150,8 @@ MATCHER(IsTheReport, "the report of a duplicate, from its first to its last line
     return text.starts_with(head) && text.ends_with(tail);
 }
 
-TEST(DuplicateModuleDeathTest, IsReportedAndToleratedWhenTheVariableIsSet) {
+TEST(DuplicateModuleDeathTest, IsReportedAndToleratedOrStopsInTheDebugger) {
     EXPECT_EXIT(load_a_duplicate("1"), testing::ExitedWithCode(0), IsTheReport());
-}
-
-TEST(DuplicateModuleDeathTest, IsReportedAndStopsInTheDebugger) {
     EXPECT_EXIT(load_a_duplicate(nullptr), met_break, IsTheReport());
 }
 

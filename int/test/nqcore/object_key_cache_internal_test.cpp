@@ -4,14 +4,11 @@
 #include "nqcore/object_key.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
+
 #include <atomic>
-#include <cstddef>
 #include <stdexcept>
-#include <string>
 #include <thread>
 #include <unordered_set>
-#include <vector>
 
 namespace nqcore {
 namespace {
@@ -20,6 +17,7 @@ using impl::g_stringKeys;
 using impl::ObjectKeyCache;
 
 std::string name_of(int number) { return "key number " + std::to_string(number); }
+StringKey key_of(int number) { return StringKey::from_string(name_of(number)); }
 
 // Calls `work` with 0 and with 1, as nearly at once as can be.
 template <class Work>
@@ -44,27 +42,27 @@ struct KeyCache : testing::Test {
 };
 
 TEST_F(KeyCache, GrowsAndShrinksWithItsKeys) {
-    constexpr int count = 300'000;  // enough for some texts to have the same hash
+    constexpr std::size_t count = 300'000;  // enough for some texts to have the same hash
     std::unordered_set<std::uint32_t> hashes;
     std::vector<StringKey> keys;
-    for (int i = 0; i < count; ++i) {
+    for (int i = 0; keys.size() < count; ++i) {
         hashes.insert(impl::string_key_hash(name_of(i)));
-        keys.push_back(StringKey::from_string(name_of(i)));
+        keys.push_back(key_of(i));
     }
-    EXPECT_LT(hashes.size(), static_cast<std::size_t>(count)) << "no collision: the walk past one is not tested";
-    EXPECT_EQ(g_stringKeys.census().tokens, static_cast<std::size_t>(count));
+    EXPECT_LT(hashes.size(), count) << "no collision: the walk past one is not tested";
+    EXPECT_EQ(std::unordered_set<StringKey>(keys.begin(), keys.end()).size(), count);
+    EXPECT_EQ(g_stringKeys.census().tokens, count);
     const std::size_t chains = g_stringKeys.census().chains;
-    EXPECT_GE(chains, static_cast<std::size_t>(count) / 2);
-    EXPECT_EQ(std::unordered_set<StringKey>(keys.begin(), keys.end()).size(), keys.size());
-    for (int i = 0; i < count; i += 7) {
-        ASSERT_EQ(StringKey::from_string(name_of(i)), keys[static_cast<std::size_t>(i)]);
+    EXPECT_GE(chains, count / 2);
+    for (std::size_t i = 0; i < count; i += 7) {
+        ASSERT_EQ(key_of(static_cast<int>(i)), keys[i]) << "found again, also behind another with its hash";
     }
     // In another order than they came.
-    for (std::size_t i = 0; i < keys.size(); i += 2) {
+    for (std::size_t i = 0; i < count; i += 2) {
         keys[i].clear();
     }
-    for (int i = 0; i < count; i += 13) {
-        ASSERT_EQ(StringKey::from_string(name_of(i)) == keys[static_cast<std::size_t>(i)], i % 2 == 1);
+    for (std::size_t i = 0; i < count; i += 13) {
+        ASSERT_EQ(key_of(static_cast<int>(i)) == keys[i], i % 2 == 1);
     }
     keys.clear();
     EXPECT_LT(g_stringKeys.census().chains, chains / 64);
@@ -72,33 +70,26 @@ TEST_F(KeyCache, GrowsAndShrinksWithItsKeys) {
 
 // Spread over two threads so that searches, insertions and removals of the same keys meet in every order.
 TEST_F(KeyCache, TwoThreadsInternAndDropTheSameKeys) {
-    constexpr int rounds = 1'000'000;
-    constexpr int names = 3;
     std::atomic<int> faults{0};
     run_on_two_threads([&](int start) {
-        std::string texts[names];
-        for (int i = 0; i < names; ++i) {
-            texts[i] = name_of(i);
-        }
-        for (int i = start; i < rounds + start; ++i) {
-            const std::string& text = texts[i % names];
+        const std::string texts[] = {name_of(0), name_of(1), name_of(2)};
+        for (int i = start; i < 1'000'000; ++i) {
+            const std::string& text = texts[i % 3];
             const StringKey key = StringKey::from_string(text);
-            const StringKey again = StringKey::from_string(text);
-            faults += key == again && key.value() == text ? 0 : 1;
+            faults += key == StringKey::from_string(text) && key.value() == text ? 0 : 1;
         }
     });
     EXPECT_EQ(faults, 0);
 }
 
 TEST_F(KeyCache, ThreadsFillItTogether) {
-    constexpr int count = 20'000;
     std::vector<StringKey> keys[2];
     run_on_two_threads([&](int thread) {
-        for (int i = 0; i < count; ++i) {
-            keys[thread].push_back(StringKey::from_string(name_of(i)));
+        for (int i = 0; i < 20'000; ++i) {
+            keys[thread].push_back(key_of(i));
         }
     });
-    EXPECT_EQ(g_stringKeys.census().tokens, static_cast<std::size_t>(count));
+    EXPECT_EQ(g_stringKeys.census().tokens, 20'000u);
     EXPECT_EQ(keys[0], keys[1]);
 }
 

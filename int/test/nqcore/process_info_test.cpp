@@ -7,7 +7,7 @@
 #include <sstream>
 #include <string>
 #include <unordered_set>
-#include <vector>
+#include <utility>
 
 namespace nqcore {
 namespace {
@@ -29,7 +29,7 @@ struct Variable {
 
 TEST(Environment, GivesBackWhatWasSet) {
     // Round the size of the first buffer, above it, and the longest that every system takes.
-    for (const std::size_t size : {1u, 2046u, 2047u, 2048u, 2049u, 3000u, 32766u}) {
+    for (const std::size_t size : {1u, 2046u, 2047u, 2048u, 2049u, 32766u}) {
         const std::string value(size, static_cast<char>('a' + size % 26));
         const Variable variable("NQ_\xC3\xA9", value);
         bool found = false;
@@ -43,14 +43,12 @@ TEST(Environment, GivesBackWhatWasSet) {
 }
 
 TEST(Environment, LengthsAndNull) {
-    set_environment_variable("NQ_Xyz", 4, "\xF0\x9F\x98\x80 tail", 4);
-    EXPECT_EQ(get_environment_variable("NQ_X", 4, nullptr), "\xF0\x9F\x98\x80");
+    set_environment_variable("NQ_Xyz", 4, "a=b%NQ_X% \xF0\x9F\x98\x80 tail", 14);
+    EXPECT_EQ(get_environment_variable("NQ_X-", 4, nullptr), "a=b%NQ_X% \xF0\x9F\x98\x80");
     EXPECT_EQ(get_environment_variable("NQ_X-", s_toNul, nullptr), "");
-    set_environment_variable("NQ_X", s_toNul, "a=b%NQ_X% ", s_toNul);
-    EXPECT_EQ(get_environment_variable("NQ_X"), "a=b%NQ_X% ");
-    set_environment_variable("NQ_X", 4, nullptr, 0);
-    set_environment_variable("NQ_X", 4, "", 0);  // one that is not there
-    for (const char* const name : {"NQ_X", "", "A=B", "NQ_X=", "NQ"}) {
+    set_environment_variable("NQ_X", s_toNul, nullptr, 0);
+    set_environment_variable("NQ_X", "");  // one that is not there
+    for (const char* const name : {"NQ_X", "", "A=B", "NQ_X="}) {
         bool found = true;
         EXPECT_EQ(get_environment_variable(name, &found), "") << name;
         EXPECT_FALSE(found) << name;
@@ -58,38 +56,25 @@ TEST(Environment, LengthsAndNull) {
     EXPECT_EQ(get_environment_variable(nullptr, 0, nullptr), "");
 }
 
-struct ExpandCase {
-    const char* text;
-    const char* expanded;
-};
-
-constexpr ExpandCase s_expandCases[] = {
-    {"", ""},
-    {"plain", "plain"},
-    {"%NQ_X%", "v\xC3\xA9"},
-    {"a%NQ_X%%NQ_X%b",
-     "av\xC3\xA9v\xC3\xA9"
-     "b"},
-    {"%NQ_P%", "%NQ_X%"},  // once only
-    {"%", "%"},
-    {"%%", "%%"},
-    {"%%%", "%%%"},
-    {"a%b", "a%b"},
-    {"%NQ_X", "%NQ_X"},
-    {"% NQ_X%", "% NQ_X%"},
-    {"%NQ_NO%", "%NQ_NO%"},
-    {"%NQ_NO%NQ_X%", "%NQ_NO%NQ_X%"},  // the sign in the middle has its partner
-    {"%NQ_NO%%NQ_X%", "%NQ_NO%v\xC3\xA9"},
-    {"%%NQ_X%%", "%%NQ_X%%"},
-    {"%NQ_X%%%NQ_X%", "v\xC3\xA9%%NQ_X%"},
-    {"%A=B%", "%A=B%"},
-};
-
 TEST(Environment, ExpandsReferences) {
     const Variable x("NQ_X", "v\xC3\xA9");
     const Variable p("NQ_P", "%NQ_X%");
-    for (const ExpandCase& row : s_expandCases) {
-        EXPECT_EQ(expand_environment_variables(row.text), row.expanded) << row.text;
+    constexpr const char* cases[][2] = {
+        {"", ""},
+        {"plain", "plain"},
+        {"a%NQ_X%%NQ_X%|", "av\xC3\xA9v\xC3\xA9|"},
+        {"%NQ_P%", "%NQ_X%"},  // once only
+        {"%%%", "%%%"},
+        {"a%b", "a%b"},
+        {"%NQ_X", "%NQ_X"},
+        {"% NQ_X%", "% NQ_X%"},
+        {"%NQ_NO%NQ_X%", "%NQ_NO%NQ_X%"},  // the sign in the middle has its partner
+        {"%NQ_NO%%NQ_X%", "%NQ_NO%v\xC3\xA9"},
+        {"%NQ_X%%%NQ_X%", "v\xC3\xA9%%NQ_X%"},
+        {"%A=B%", "%A=B%"},
+    };
+    for (const auto& [text, expanded] : cases) {
+        EXPECT_EQ(expand_environment_variables(text), expanded) << text;
     }
 }
 
@@ -99,14 +84,12 @@ TEST(Environment, ExpandsTextsOfAnyLength) {
     EXPECT_EQ(expand_environment_variables("%NQ_LARGE%%NQ_LARGE%"), std::string(40'000, 'l'));
     for (const std::size_t size : {2046u, 2047u, 2048u, 32'765u, 32'766u, 32'767u, 100'000u}) {
         const std::string filler(size, 'f');
-        EXPECT_EQ(expand_environment_variables(filler), filler);
         EXPECT_EQ(expand_environment_variables(filler + "%NQ_X%%NQ_NO%" + filler), filler + "val%NQ_NO%" + filler);
     }
-    std::string many;
-    std::string expanded;
-    for (int i = 0; i < 100'000; ++i) {
-        many += i % 2 == 0 ? "%NQ_X%" : "%n%";
-        expanded += i % 2 == 0 ? "val" : "%n%";
+    std::string many, expanded;
+    for (int i = 0; i < 50'000; ++i) {
+        many += "%NQ_X%%n%";
+        expanded += "val%n%";
     }
     EXPECT_EQ(expand_environment_variables(many), expanded);
 }
@@ -150,25 +133,10 @@ struct FakePrivileges final : impl::ProcessPrivilegesImpl {
     bool isFailing = false;
 };
 
-TEST(ProcessPrivileges, ChangeTheSystemOnceForAllPairs) {
+TEST(ProcessPrivileges, ChangeTheSystemOnceForAllPairsAndKeepTheCountWhenTheyFail) {
     const RefCountPtr<FakePrivileges> fake(new FakePrivileges);
     ProcessPrivileges privileges(fake);
     ProcessPrivileges same(privileges);
-    RefCountPtr<const ErrorInfo> error;
-    privileges.to_privileged(&error);
-    same.to_privileged(&error);
-    privileges.to_unprivileged(&error);
-    EXPECT_TRUE(privileges.is_privileged() && same.is_privileged());
-    EXPECT_EQ(fake->calls, "enter ");
-    same.to_unprivileged(&error);
-    EXPECT_FALSE(privileges.is_privileged());
-    EXPECT_EQ(fake->calls, "enter leave ");
-    EXPECT_TRUE(error.is_null());
-}
-
-TEST(ProcessPrivileges, FailuresLeaveTheCount) {
-    const RefCountPtr<FakePrivileges> fake(new FakePrivileges);
-    ProcessPrivileges privileges(fake);
     const auto fails = [&](auto operation, const char* calls, bool isPrivilegedAfter) {
         RefCountPtr<const ErrorInfo> error;
         (privileges.*operation)(&error);
@@ -176,18 +144,24 @@ TEST(ProcessPrivileges, FailuresLeaveTheCount) {
         EXPECT_THAT([&] { (privileges.*operation)(nullptr); },
                     ThrowsError(HasCode(error::nqcore_processPrivileges_osError)));
         EXPECT_EQ(privileges.is_privileged(), isPrivilegedAfter);
-        EXPECT_EQ(fake->calls, calls);
+        EXPECT_EQ(std::exchange(fake->calls, ""), calls);
     };
     fails(&ProcessPrivileges::to_unprivileged, "", false);  // never entered
     fake->isFailing = true;
     fails(&ProcessPrivileges::to_privileged, "enter enter ", false);
     fake->isFailing = false;
-    privileges.to_privileged(nullptr);
+    RefCountPtr<const ErrorInfo> error;
+    privileges.to_privileged(&error);
+    same.to_privileged(nullptr);
+    privileges.to_unprivileged(&error);
+    EXPECT_TRUE(privileges.is_privileged() && same.is_privileged() && error.is_null());
+    EXPECT_EQ(std::exchange(fake->calls, ""), "enter ");
     fake->isFailing = true;
-    fails(&ProcessPrivileges::to_unprivileged, "enter enter enter leave leave ", true);
+    fails(&ProcessPrivileges::to_unprivileged, "leave leave ", true);
     fake->isFailing = false;
-    privileges.to_unprivileged(nullptr);
+    same.to_unprivileged(nullptr);
     EXPECT_FALSE(privileges.is_privileged());
+    EXPECT_EQ(fake->calls, "leave ");
 }
 
 TEST(ProcessPrivileges, OfTheProcess) {
@@ -201,22 +175,16 @@ TEST(ProcessPrivileges, OfTheProcess) {
     std::ostringstream stream;
     stream << privileges;
     EXPECT_EQ(stream.str(), "No process privileges implementation on this platform");
-    EXPECT_EQ(sizeof privileges, sizeof(void*));
     EXPECT_EQ(virtual_slot(&impl::ProcessPrivilegesImpl::write_trace), 3u);  // after destroy and the destructor's two
     EXPECT_EQ(virtual_slot(&impl::ProcessPrivilegesImpl::enter_privileged), 4u);
     EXPECT_EQ(virtual_slot(&impl::ProcessPrivilegesImpl::leave_privileged), 5u);
 }
 
 TEST(ExitCode, IsAValue) {
-    for (const auto& [code, text] : {std::pair(3ul, "[exit code: 3]"), std::pair(0ul, "[exit code: 0]"),
-                                     std::pair(4294967295ul, "[exit code: 4294967295]")}) {
-        const ExitCode exitCode(code);
-        EXPECT_EQ(exitCode.exit_code(), code);
-        EXPECT_EQ(exitCode.to_string(), text);
-        EXPECT_EQ(exitCode.signal(), ExitCode::sm_nullSignal);
-        EXPECT_FALSE(exitCode.is_alive() || exitCode.is_stopped());
-    }
     static_assert(ExitCode().exit_code() == ExitCode::sm_invalidExitCode && ExitCode(4294967295ul) == ExitCode());
+    const ExitCode exitCode(3);
+    EXPECT_EQ(exitCode.to_string() + ExitCode().to_string(), "[exit code: 3][exit code: 4294967295]");
+    EXPECT_FALSE(exitCode.signal() != ExitCode::sm_nullSignal || exitCode.is_alive() || exitCode.is_stopped());
     expect_ascending<unsigned long>({0, 3, 259, 4294967295}, [](unsigned long code) { return ExitCode(code); });
     EXPECT_EQ(std::unordered_set<ExitCode>({ExitCode(1), ExitCode(2), ExitCode(1)}).size(), 2u);
     for (const int none : {0, -1, 1000, std::numeric_limits<int>::max()}) {

@@ -2,11 +2,7 @@
 
 #include "error_test_support.h"
 
-#include <gtest/gtest.h>
-#include <cstdint>
 #include <limits>
-#include <string>
-#include <type_traits>
 #include <utility>
 
 namespace nqcore {
@@ -42,7 +38,6 @@ TEST(SafeCast, SaysWhatDoesNotFit) {
         cast_of<unsigned>(-1)();
     } catch (const ErrorException& exception) {
         EXPECT_EQ(exception.error()->location().file_path(), "//nqcore/int/src/nqcore/safe_cast.cpp");
-        EXPECT_NE(exception.error()->location().line(), 0u);
     }
 }
 
@@ -75,18 +70,15 @@ void check_pair() {
     }
 }
 
-template <class... T>
-struct Types {
-    template <class To>
-    static void check_sources() {
-        (check_pair<To, T>(), ...);
-    }
-    static void check_all_pairs() { (check_sources<T>(), ...); }
-};
+template <class... To>
+void check_all_pairs_of() {
+    const auto check_from = [](auto from) { (check_pair<To, decltype(from)>(), ...); };
+    (check_from(To()), ...);
+}
 
 TEST(SafeCast, EveryPairAtEveryLimit) {
-    Types<std::int8_t, std::uint8_t, std::int16_t, std::uint16_t, std::int32_t, std::uint32_t, std::int64_t,
-          std::uint64_t>::check_all_pairs();
+    check_all_pairs_of<std::int8_t, std::uint8_t, std::int16_t, std::uint16_t, std::int32_t, std::uint32_t,
+                       std::int64_t, std::uint64_t>();
 }
 
 }  // namespace

@@ -4,16 +4,19 @@
 #include "nqcore/error_exception.h"
 #include "nqcore/weak_ref_ptr.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <atomic>
+#include <algorithm>
 #include <sstream>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace nqcore {
 namespace {
+
+using testing::HasSubstr;
+using testing::Not;
 
 [[gnu::noinline]] StackTrace captured_here(unsigned skip) {
     const StackTrace trace = StackTrace::capture(skip);
@@ -35,28 +38,25 @@ std::vector<std::uintptr_t> addresses(const StackTrace& trace) {
     return out;
 }
 
-std::size_t count_lines(const std::string& text) {
-    return static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
-}
-
 TEST(StackTrace, BeginsWhereItIsCaptured) {
     EXPECT_TRUE(StackTrace().empty() && StackTrace().as_string().empty());
-    std::vector<std::vector<std::uintptr_t>> traces;
+    std::vector<StackTrace> traces;
     for (unsigned skip = 0; skip < 2; ++skip) {  // one place for both
-        traces.push_back(addresses(captured_here(skip)));
+        traces.push_back(captured_here(skip));
     }
-    traces[0].erase(traces[0].begin());
-    EXPECT_EQ(traces[0], traces[1]);
+    std::vector<std::uintptr_t> callers = addresses(traces[0]);
+    callers.erase(callers.begin());
+    EXPECT_EQ(callers, addresses(traces[1]));
     EXPECT_TRUE(captured_here(1000).empty());
 
-    const StackTrace trace = captured_here(0);
-    const StackTrace::Description first = trace.describe(*trace.begin());
-    EXPECT_THAT(std::string(first.function.view()), testing::HasSubstr("captured_here"));
-    EXPECT_THAT(std::string(first.module.view()), testing::HasSubstr("stack_trace_test"));
-    const std::string text = trace.as_string();
-    EXPECT_EQ(count_lines(text), trace.size());
-    EXPECT_THAT(text.substr(0, text.find('\n')), testing::HasSubstr("captured_here"));
-    EXPECT_THAT(text, testing::Not(testing::HasSubstr("StackTrace::capture"))) << "not the library's own frames";
+    const StackTrace::Description first = traces[0].describe(*traces[0].begin());
+    EXPECT_THAT(std::string(first.function.view()), HasSubstr("captured_here"));
+    EXPECT_THAT(std::string(first.module.view()), HasSubstr("stack_trace_test"));
+    const std::string text = traces[0].as_string();
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), traces[0].size());
+    EXPECT_THAT(text.substr(0, text.find('\n')), HasSubstr("captured_here"));
+    EXPECT_THAT(text, Not(HasSubstr("StackTrace::capture"))) << "not the library's own frames";
+    EXPECT_THAT(text, Not(HasSubstr("skip="))) << "the stack may be another's by now";
 }
 
 TEST(StackTrace, HoldsAsManyFramesAsItHasRoomFor) {
@@ -82,10 +82,8 @@ TEST(StackTrace, ShowsValuesOfParameters) {
     GTEST_SKIP() << "sanitized programs are built with debug information for lines only";
 #endif
     const std::string text = written_with(4711, "x");
-    const std::string first = text.substr(0, text.find('\n'));
-    EXPECT_THAT(first, testing::AllOf(testing::HasSubstr("written_with"), testing::HasSubstr("number=4711"),
-                                      testing::HasSubstr("text=0x")));
-    EXPECT_THAT(first, testing::HasSubstr("stack_trace_test.cpp:"));
+    EXPECT_THAT(text.substr(0, text.find('\n')),
+                testing::ContainsRegex("written_with.*number=4711.*text=0x.*stack_trace_test.cpp:"));
 }
 
 TEST(StackTrace, IsWrittenWhenItsThreadIsGone) {
@@ -93,7 +91,7 @@ TEST(StackTrace, IsWrittenWhenItsThreadIsGone) {
     std::vector<std::string> texts(4);
     run_on_threads(traces, [](StackTrace& trace) { trace = captured_at(3); });
     run_on_threads(texts, [&](std::string& text) { text = traces[0].as_string(); });
-    EXPECT_THAT(texts[0], testing::HasSubstr("captured_at"));
+    EXPECT_THAT(texts[0], HasSubstr("captured_at"));
     EXPECT_EQ(texts, std::vector<std::string>(4, texts[0]));
 }
 
@@ -118,9 +116,8 @@ TEST(ErrorTrace, IsKeptWhenAskedFor) {
     } catch (const ErrorException& exception) {
         ASSERT_NE(exception.stack_trace(), nullptr);
         const std::string text = exception.stack_trace()->as_string();
-        EXPECT_THAT(text, testing::HasSubstr("throw_here"));
-        EXPECT_THAT(text, testing::Not(testing::HasSubstr("capture"))) << "not how it was captured";
-        EXPECT_NE(std::string(exception.what()).size(), 0u);
+        EXPECT_THAT(text, testing::AllOf(HasSubstr("throw_here"), Not(HasSubstr("capture"))));
+        EXPECT_STRNE(exception.what(), "");
         EXPECT_EQ(exception.stack_trace()->as_string(), text) << "beside the other text";
     }
 }

@@ -6,11 +6,8 @@
 #include "decimal_digits.h"
 #include "kernel_test_support.h"
 
-#include <gtest/gtest.h>
 #include <algorithm>
 #include <random>
-#include <string>
-#include <vector>
 
 namespace nqcore::kernels {
 namespace {
@@ -39,7 +36,6 @@ TEST(AsciiFoldKernels, FoldAndCompareAsTheRulesSay) {
             Exact<char> right = exact(text);
             kernel.to_upper(right.begin(), length);
             ASSERT_EQ(std::string_view(right.begin(), length), upper);
-
             Exact<char> left = exact(text);
             ASSERT_TRUE(kernel.equal_nocase(left.begin(), right.begin(), length)) << length;
             for (std::size_t i = 0; i < length; ++i) {
@@ -78,13 +74,9 @@ TEST(CardDigitsKernels, FindTheFirstLongRun) {
 }
 
 TEST(DecimalDigits, CountWriteAndReadEveryPowerAndItsNeighbours) {
-    std::mt19937_64 random(4);
     std::vector<std::uint64_t> numbers = {0, ~std::uint64_t{0}};
     for (std::uint64_t power = 1, i = 0; i < 20; power *= 10, ++i) {
         numbers.insert(numbers.end(), {power - 1, power, power + 1});
-    }
-    for (unsigned i = 0; i < 100'000; ++i) {
-        numbers.push_back(random() >> (random() % 64));
     }
     for (const std::uint64_t number : numbers) {
         const std::string expected = std::to_string(number);
@@ -93,10 +85,9 @@ TEST(DecimalDigits, CountWriteAndReadEveryPowerAndItsNeighbours) {
         Exact<char> out(std::max<std::size_t>(expected.size(), 8));
         decimal::write(out.begin(), number, decimal::count(number));
         ASSERT_EQ(std::string_view(out.begin(), expected.size()), expected);
+        std::uint64_t value = 0;
         if (expected.size() <= decimal::s_safeDigits) {
-            std::uint64_t value = 0;
-            ASSERT_TRUE(decimal::read(exact(expected).begin(), expected.size(), value));
-            ASSERT_EQ(value, number);
+            ASSERT_TRUE(decimal::read(exact(expected).begin(), expected.size(), value) && value == number) << expected;
         }
     }
 }

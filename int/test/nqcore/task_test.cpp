@@ -11,15 +11,13 @@
 namespace nqcore {
 namespace {
 
+using testing::EndsWith;
+using testing::StartsWith;
+
 struct NoThread : IThreadAffinity {
     [[nodiscard]] bool is_current_thread() const override { return false; }
-    void post(RefCountPtr<ITask> task) override { posted = task; }
-    RefCountPtr<ITask> posted;
+    void post(RefCountPtr<ITask>) override {}
 };
-
-auto address_in(const char* before, const char* behind) {
-    return AllOf(testing::StartsWith(std::string(before) + "0x"), testing::EndsWith(behind));
-}
 
 TEST(TaskInvocationContext, DeadlinesAreOnTheProvidersClock) {
     NoThread thread;
@@ -35,7 +33,6 @@ TEST(TaskInvocationContext, DeadlinesAreOnTheProvidersClock) {
 
 TEST(AsyncOpHandle, CancelsOnce) {
     AsyncOpHandle handle;
-    handle.cancel(true, nullptr);
     const Future<int> future;
     handle = future_result(future);
     EXPECT_FALSE(handle.empty());
@@ -56,15 +53,16 @@ TEST(SingleUseTask, RunsOnceOrSaysWhyNot) {
     const RefCountPtr<ITask> task = make(futures[0]);
     task->execute();
     EXPECT_EQ(futures[0].get(), 5);
-    EXPECT_THAT(
-        [&] { task->execute(); },
-        ThrowsError(AllOf(HasCode("error.nqcore.task.redundantExecution"),
-                          HasMessage(address_in("The single-use task at ", " has been executed previously.")))));
+    EXPECT_THAT([&] { task->execute(); },
+                ThrowsError(AllOf(HasCode("error.nqcore.task.redundantExecution"),
+                                  HasMessage(AllOf(StartsWith("The single-use task at 0x"),
+                                                   EndsWith(" has been executed previously."))))));
     make(futures[1])->execute();
     EXPECT_THAT(futures[1].error_info(), HasMessage("at 7"));
     (void)make(futures[2]);
-    EXPECT_THAT(futures[2].error_info(), AllOf(HasCode("error.nqcore.task.notExecuted"),
-                                               HasMessage(address_in("The task at ", " was never executed."))));
+    EXPECT_THAT(futures[2].error_info(),
+                AllOf(HasCode("error.nqcore.task.notExecuted"),
+                      HasMessage(AllOf(StartsWith("The task at 0x"), EndsWith(" was never executed.")))));
     make(futures[3], RelativeTime::milliseconds(-50))->execute();
     EXPECT_THAT(futures[3].error_info(), HasCode("error.nqcore.task.timeLimitExpired"));
     Future<int>(futures[4]).cancel();
@@ -76,9 +74,7 @@ TEST(SingleUseTask, RunsOnceOrSaysWhyNot) {
         nothing, TaskInvocationContext(thread), [] {}, s_location)
         ->execute();
     EXPECT_TRUE(nothing.has_value());
-}
 
-TEST(TaskErrors, Texts) {
     const void* const address = reinterpret_cast<const void*>(std::size_t{0xABC});
     EXPECT_THAT(impl::task_expired_error(address, RelativeTime::milliseconds(1500), s_location),
                 AllOf(HasMessage("The deadline for executing the task at 0x00000abc expired 1.5s ago."),
@@ -87,53 +83,47 @@ TEST(TaskErrors, Texts) {
 
 /// Notes who was signalled with what, in order; may throw.
 struct Noting : impl::AsyncResultIgnoredBase<int> {
-    Noting(std::string& sharedLog, char ownName, bool fails)
-        : AsyncResultIgnoredBase<int>(ResultControlIgnored<int>()), log(sharedLog), name(ownName), throws(fails) {}
+    Noting(std::string& sharedLog, char ownName)
+        : AsyncResultIgnoredBase<int>(ResultControlIgnored<int>()), log(sharedLog), name(ownName) {}
     void async_success_impl(int&& value) override { note(std::to_string(value)); }
     void async_error_impl(const ErrorInfo::Ptr& error) override { note(std::string(error->message().view())); }
     void note(const std::string& what) {
         log += name + what + ' ';
-        if (throws) {
+        if (name == 'a') {
             throw std::runtime_error("from a handler");
         }
     }
     std::string& log;
     char name;
-    bool throws;
 };
 
 TEST(AutoSignalAsyncResult, SignalsEveryHandlerInOrder) {
     std::string log;
     const auto handlers = [&] {
         std::vector<RefCountPtr<AsyncResult<int>>> list;
-        list.emplace_back(new Noting(log, 'a', true));
-        list.emplace_back(new Noting(log, 'b', false));
+        list.emplace_back(new Noting(log, 'a'));
+        list.emplace_back(new Noting(log, 'b'));
         return list;
     };
     {
         AutoSignalAsyncResult<int> holder(handlers(), ErrorInfo::Ptr());
-        holder.push_back(RefCountPtr<AsyncResult<int>>(new Noting(log, 'c', false)));
+        holder.push_back(RefCountPtr<AsyncResult<int>>(new Noting(log, 'c')));
         EXPECT_FALSE(holder.has_failure());
         holder.signal_success(4);
     }
-    EXPECT_EQ(log, "a4 b4 c4 ");
-    log.clear();
     { const AutoSignalAsyncResult<int> holder(handlers(), ErrorInfo::Ptr()); }
-    const std::string forgotten = "Derived class neither set the failure nor called signal_success(). ";
-    EXPECT_EQ(log, "a" + forgotten + "b" + forgotten);
-    log.clear();
     {
         AutoSignalAsyncResult<int> failing(handlers(), record("error.a", "first"));
         failing.set_failure(record("error.a", "last"));
         failing.signal_success(1);
     }
-    EXPECT_EQ(log, "alast blast ");
+    const std::string forgotten = "Derived class neither set the failure nor called signal_success(). ";
+    EXPECT_EQ(log, "a4 b4 c4 a" + forgotten + "b" + forgotten + "alast blast ");
 
     const Future<void> futures[2];
     {
-        ResultControlFutureRef<void> controls[2] = {result_future(futures[0]), result_future(futures[1])};
-        AutoSignalAsyncResult<void> success(controls[0].create_async_handler(), ErrorInfo::Ptr());
-        success.push_back(controls[1].create_async_handler());
+        AutoSignalAsyncResult<void> success(result_future(futures[0]).create_async_handler(), ErrorInfo::Ptr());
+        success.push_back(result_future(futures[1]).create_async_handler());
         EXPECT_THAT([&] { success.push_back(nullptr); }, ThrowsError(HasCode("error.nqcore.result.badParameter")));
     }
     EXPECT_TRUE(futures[0].has_value() && futures[1].has_value());
@@ -141,14 +131,11 @@ TEST(AutoSignalAsyncResult, SignalsEveryHandlerInOrder) {
 
 TEST(DispatchedCompletion, CarriesAnOutcome) {
     const Future<std::string> future;
-    ResultControlFutureRef<std::string> control(future);
-    impl::DispatchedCompletion<std::string> completion(std::string("done"));
-    impl::DispatchedCompletion<std::string> copy(completion);
-    copy.signal(*control.create_async_handler());
+    const impl::DispatchedCompletion<std::string> completion(std::string("done"));
+    impl::DispatchedCompletion<std::string>(completion).signal(*result_future(future).create_async_handler());
     EXPECT_EQ(future.get(), "done");
     const Future<void> failed;
-    ResultControlFutureRef<void> failing(failed);
-    impl::DispatchedCompletion<void>(record("error.x")).signal(*failing.create_async_handler());
+    impl::DispatchedCompletion<void>(record("error.x")).signal(*result_future(failed).create_async_handler());
     EXPECT_THAT(failed.error_info(), HasCode("error.x"));
     EXPECT_EQ(&impl::DispatchedCompletion<void>::value, &nil);
     EXPECT_THROW(impl::DispatchedCompletion<int>(ErrorInfo::Ptr()), ErrorException);

@@ -1,16 +1,13 @@
-// Every row of the codecs' kernels against the plain loops, at every length round the edges of their blocks, in buffers of
-// exactly the right size.
+// Every row of the codecs' kernels against the plain loops, at every length round the edges of their blocks, in buffers
+// of exactly the right size.
 #include "kernels/transform_digits.h"
 #include "kernels/transform_kernels.h"
 
 #include "kernel_test_support.h"
 #include "nqcore/transforms.h"
 
-#include <gtest/gtest.h>
-
-#include <cstring>
+#include <algorithm>
 #include <random>
-#include <string>
 
 namespace nqcore::kernels {
 namespace {
@@ -77,11 +74,11 @@ void expect_decoded(const Codec& codec, const TransformKernel& row, const std::s
     Exact<char> exactText = exact(text);
     ASSERT_EQ(row.decode(exactText.begin(), text.size(), out.begin()), groups * group.digits) << text;
     ASSERT_TRUE(std::equal(out.begin(), out.end(), expected.begin())) << text;
-    ASSERT_EQ(row.decode(exactText.begin(), text.size(), reinterpret_cast<unsigned char*>(exactText.begin())),
-              groups * group.digits);
-    ASSERT_TRUE(std::equal(expected.begin(), expected.end(), reinterpret_cast<unsigned char*>(exactText.begin())));
-    ASSERT_EQ(std::string_view(exactText.begin() + bytes, text.size() - bytes).substr(groups * group.digits - bytes),
-              std::string_view(text).substr(groups * group.digits))
+    auto* const inPlace = reinterpret_cast<unsigned char*>(exactText.begin());
+    ASSERT_EQ(row.decode(exactText.begin(), text.size(), inPlace), groups * group.digits);
+    ASSERT_TRUE(std::equal(expected.begin(), expected.end(), inPlace)) << text;
+    ASSERT_TRUE(std::equal(text.begin() + static_cast<std::ptrdiff_t>(groups * group.digits), text.end(),
+                           exactText.begin() + groups * group.digits))
         << "what was not taken has changed";
 }
 
@@ -91,13 +88,6 @@ TEST(TransformKernels, DecodeAsThePlainLoop) {
         for (std::size_t length = 0; length <= s_longest; ++length) {
             const std::string text = random_digits(random, codec.values, length);
             expect_decoded(codec, row, text, length);
-            // One character that is none, anywhere.
-            for (int i = 0; i < 8 && length != 0; ++i) {
-                std::string bad = text;
-                const std::size_t at = random() % length;
-                bad[at] = "=\n\xFF ~"[random() % 5];
-                expect_decoded(codec, row, bad, at);
-            }
         }
     });
 }

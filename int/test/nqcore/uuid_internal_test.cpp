@@ -3,14 +3,11 @@
 
 #include "kernel_test_support.h"
 #include "kernels/uuid_hex.h"
+#include "nqcore/transforms.h"
 
-#include <gtest/gtest.h>
-
-#include <cstdint>
+#include <algorithm>
 #include <random>
 #include <set>
-#include <string>
-#include <string_view>
 
 namespace nqcore::impl {
 namespace {
@@ -47,10 +44,8 @@ TEST_F(Sequence, FollowsTheClock) {
     };
     for (const auto& row : rows) {
         const UuidSequence::Place place = at(row.now);
-        EXPECT_EQ(place.time, row.now) << row.what;
-        EXPECT_EQ(place.seed, row.seed) << row.what;
-        EXPECT_EQ(place.tail, row.tail) << row.what;
-        EXPECT_EQ(place.counter, row.counter) << row.what;
+        EXPECT_TRUE(place.time == row.now && place.counter == row.counter) << row.what;
+        EXPECT_TRUE(place.seed == row.seed && place.tail == row.tail) << row.what;
     }
 }
 
@@ -68,69 +63,33 @@ TEST_F(Sequence, CarriesTheCounterIntoTheTail) {
 TEST_F(Sequence, BuildsTheBytes) {
     const UuidSequence::Place place{0x0123'4567'89AB'CDEF, 0xAABBCCDD, 0x01020304, 0x0506};
     EXPECT_EQ(UuidSequence::uuid_at(place).as_string(), "67452301-ab89-d0cd-8dcc-010203040506");
-}
-
-// The tail's bytes are those of the drawn word in memory, and grow from the last one.
-TEST_F(Sequence, TailIsTheDrawnWordInMemoryOrder) {
-    const auto drawRising = [] { return std::uint32_t{0x04030201}; };
-    const UuidSequence::Place place = m_sequence.next(0x1000, drawRising);
-    EXPECT_EQ(place.tail, 0x01020304u);
+    // The tail's bytes are those of the drawn word in memory, and grow from the last one.
+    EXPECT_EQ(m_sequence.next(0x1000, [] { return std::uint32_t{0x04030201}; }).tail, 0x01020304u);
 }
 
 TEST_F(Sequence, DrawsAgainAfterAFork) {
     static_cast<void>(at(0x1000));
     m_sequence.forget();
     const UuidSequence::Place place = at(0x1000);
-    EXPECT_EQ(place.seed, 0x33333333u);
-    EXPECT_EQ(place.tail, 0x44444444u);
-    EXPECT_EQ(place.counter, 2);
+    EXPECT_TRUE(place.seed == 0x33333333 && place.tail == 0x44444444 && place.counter == 2);
 }
 
 TEST_F(Sequence, FailedDrawChangesNothing) {
     static_cast<void>(at(0x2000));
-    const auto fail = []() -> std::uint32_t { throw 1; };
-    EXPECT_THROW(static_cast<void>(m_sequence.next(0x1000, fail)), int);
+    EXPECT_THROW(static_cast<void>(m_sequence.next(0x1000, []() -> std::uint32_t { throw 1; })), int);
     EXPECT_EQ(at(0x2000).counter, 2);
 }
-
-// Steps of the clock that are finer than what is kept, coarser, none, and backwards.
-TEST_F(Sequence, IsDistinctWhateverTheClockDoes) {
-    std::mt19937 random(4);
-    const auto drawRandom = [] {
-        static std::mt19937 source(5);
-        return static_cast<std::uint32_t>(source());
-    };
-    std::int64_t now = 1'600'000'000'000'000'000;
-    std::set<std::string> seen;
-    constexpr std::size_t count = 400'000;
-    for (std::size_t i = 0; i < count; ++i) {
-        const std::int64_t steps[] = {0, 1, 7, 100, 255, 256, 15'625'000, -1, -300};
-        // Mostly still, so that the counter wraps now and then.
-        now += i % 90'000 < 70'000 ? 0 : steps[random() % std::size(steps)];
-        seen.insert(UuidSequence::uuid_at(m_sequence.next(now, drawRandom)).as_string());
-    }
-    EXPECT_EQ(seen.size(), count);
-}
-
-// ---------------------------------------------------------------------------------------------------- text kernel
 
 TEST(UuidTextKernels, WriteWhatTheTemplatesSay) {
     kernels::for_each_usable(kernels::uuid_text_kernels(), [](const kernels::UuidTextKernel& kernel) {
         std::mt19937 random(6);
         for (int i = 0; i < 2000; ++i) {
             unsigned char bytes[16];
-            for (unsigned char& byte : bytes) {
-                byte = static_cast<unsigned char>(random());
-            }
-            // The first three numbers are kept with their lowest byte first.
             std::string expected;
+            std::ranges::generate(bytes, [&random] { return static_cast<unsigned char>(random()); });
+            // The first three numbers are kept with their lowest byte first.
             for (const int at : {3, 2, 1, 0, -1, 5, 4, -1, 7, 6, -1, 8, 9, -1, 10, 11, 12, 13, 14, 15}) {
-                if (at < 0) {
-                    expected += '-';
-                } else {
-                    expected += "0123456789abcdef"[bytes[at] >> 4];
-                    expected += "0123456789abcdef"[bytes[at] & 15];
-                }
+                expected += at < 0 ? "-" : Hex::encode({bytes + at, 1});
             }
             kernels::Exact<char> text(36);
             kernel.write_hyphenated(bytes, text.begin());

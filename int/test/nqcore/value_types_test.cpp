@@ -11,38 +11,29 @@
 
 #include "error_test_support.h"
 
-#include <gtest/gtest.h>
-#include <string>
 #include <unordered_set>
-#include <vector>
 
 namespace nqcore {
 namespace {
 
 /// `values` are all different and ascend; `again` makes an equal copy from scratch where that is not a plain copy.
-template <class T, class Again>
-void expect_values(const std::vector<T>& values, Again again) {
+template <class T, class Again = std::identity>
+void expect_values(const std::vector<T>& values, Again again = {}) {
+    const std::hash<T> hash;
     std::unordered_set<T> seen;
+    std::unordered_set<std::size_t> hashes;
     for (std::size_t i = 0; i < values.size(); ++i) {
         const T copy = again(values[i]);
         EXPECT_EQ(copy, values[i]);
-        EXPECT_EQ(std::hash<T>()(copy), std::hash<T>()(values[i])) << ::testing::PrintToString(copy);
+        EXPECT_EQ(hash(copy), hash(values[i])) << ::testing::PrintToString(copy);
         EXPECT_TRUE(seen.insert(values[i]).second) << ::testing::PrintToString(copy);
+        EXPECT_TRUE(hashes.insert(hash(copy)).second) << "so few values must not collide";
         if constexpr (std::three_way_comparable<T>) {
             for (std::size_t j = 0; j < values.size(); ++j) {
                 EXPECT_EQ(values[i] <=> values[j], i <=> j) << i << ' ' << j;
             }
         }
     }
-    std::unordered_set<std::size_t> hashes;
-    for (const T& value : values) {
-        hashes.insert(std::hash<T>()(value));
-    }
-    EXPECT_EQ(hashes.size(), values.size()) << "so few values must not collide";
-}
-template <class T>
-void expect_values(const std::vector<T>& values) {
-    expect_values(values, [](const T& value) { return value; });
 }
 
 TEST(ValueTypes, TextsAndPlacesAgree) {
@@ -57,31 +48,24 @@ TEST(ValueTypes, TextsAndPlacesAgree) {
 
 TEST(ValueTypes, ErrorsAgree) {
     expect_values<ErrorParams>({ErrorParams(), ErrorParams().add("a", 1), ErrorParams().add("a", 2)});
-    const std::hash<ErrorInfo> hash;
-    EXPECT_EQ(hash(*record("error.a")), hash(*record("error.a")));
-    EXPECT_NE(hash(*record("error.a")), hash(*record("error.b")));
+    const auto hash = [](const char* code) { return std::hash<ErrorInfo>()(*record(code)); };
+    EXPECT_TRUE(hash("error.a") == hash("error.a") && hash("error.a") != hash("error.b"));
 
     const ErrorOr<int> value(5);
     const ErrorOr<int> failed(record());
-    EXPECT_EQ(value, 5);
-    EXPECT_NE(value, ErrorOr<int>(6));
-    EXPECT_NE(value, failed);
+    EXPECT_TRUE(value == 5 && value != ErrorOr<int>(6) && value != failed);
     EXPECT_EQ(failed, ErrorOr<int>(record())) << "another record that says the same";
     EXPECT_NE(failed, ErrorOr<int>(record("error.b")));
-    EXPECT_EQ(ErrorOr<void>(), ErrorOr<void>());
-    EXPECT_NE(ErrorOr<void>(), ErrorOr<void>(record()));
+    EXPECT_TRUE(ErrorOr<void>() == ErrorOr<void>() && ErrorOr<void>() != ErrorOr<void>(record()));
 }
 
 TEST(ValueTypes, TimesAndIdentifiersAgree) {
     using Components = AbsoluteTime::Components;
-    expect_values<Components>({{-5, 1, 1, 0, 0, 0, 0},
-                               {},
-                               {1970, 1, 1, 0, 0, 0, 1},
-                               {1970, 1, 1, 0, 0, 1, 0},
-                               {1970, 1, 1, 0, 1, 0, 0},
-                               {1970, 1, 1, 1, 0, 0, 0},
-                               {1970, 1, 2, 0, 0, 0, 0},
-                               {1970, 2, 1, 0, 0, 0, 0}});
+    const auto at = [](std::uint16_t day, std::uint16_t hour, std::uint16_t minute, std::uint16_t second) {
+        return Components(1970, 1, day, hour, minute, second, 5);
+    };
+    expect_values<Components>({Components(-5, 1, 1, 0, 0, 0, 0), Components(), at(1, 0, 0, 0), at(1, 0, 0, 1),
+                               at(1, 0, 1, 0), at(1, 1, 0, 0), at(2, 0, 0, 0), Components(1970, 2, 1, 0, 0, 0, 0)});
     expect_values<UtcText>({UtcText::plain(AbsoluteTime()), UtcText::plain(AbsoluteTime(1))});
     expect_values<DurationText>({DurationText::plain(RelativeTime(1)), DurationText::plain(RelativeTime(2))});
     const Uuid uuid = Uuid::from_string("6ba7b810-9dad-11d1-80b4-00c04fd430c8");
@@ -110,8 +94,7 @@ TEST(ValueTypes, HandlesAreWhatTheyPointAt) {
     std::unordered_set<WeakRefPtr<int>> observers{observer, WeakRefPtr<int>(strong)};
     observed = nullptr;
     EXPECT_TRUE(observers.contains(observer)) << "keeps its place though its object is gone";
-    EXPECT_NE(observer, WeakRefPtr<int>());
-    EXPECT_EQ(observer <=> observer, std::strong_ordering::equal);
+    EXPECT_TRUE(observer != WeakRefPtr<int>() && observer <=> observer == std::strong_ordering::equal);
 }
 
 }  // namespace

@@ -34,6 +34,13 @@ void expect(const std::string& expression, const Text& text) {
     std::cout << expression << '\0' << written.str() << '\0';
 }
 
+template <class Value, std::size_t Count>
+void expect_each(const std::string& name, const Value (&values)[Count]) {
+    for (std::size_t i = 0; i < Count; ++i) {
+        expect(name + '[' + std::to_string(i) + ']', values[i]);
+    }
+}
+
 struct Widget : RefCounted<AtomicRefCount> {
     int number = 7;
 };
@@ -107,36 +114,19 @@ int main() {
     AbsoluteTime times[64];
     RelativeTime durations[64];
     SimpleDateTime zoned[64];
-    const std::int64_t edges[] = {INT64_MIN,
-                                  INT64_MAX,
-                                  INT64_MAX - 1,
-                                  0,
-                                  1,
-                                  -1,
-                                  1'000,
-                                  1'001,
-                                  1'000'000,
-                                  1'000'001,
-                                  999'999'999,
-                                  1'000'000'000,
-                                  60'000'000'000,
-                                  61'000'000'000,
-                                  -61'500'000'000,
-                                  3'600'000'000'000,
-                                  3'601'000'000'000,
-                                  86'400'000'000'000,
-                                  86'401'000'000'000};
+    constexpr std::int64_t most = INT64_MAX, us = 1'000, ms = 1'000 * us, s = 1'000 * ms, h = 3'600 * s, d = 24 * h;
+    const std::int64_t edges[] = {INT64_MIN, most - 1, most,   0,      1,       -1, us,    us + 1, ms,   ms + 1,
+                                  s - 1,     s,        60 * s, 61 * s, -61 * s, h,  h + s, d,      d + s};
     for (unsigned i = 0; i < 64; ++i) {
         const auto drawn = static_cast<std::int64_t>(random_int64());
         const std::int64_t ns = i < std::size(edges) ? edges[i] : i % 2 == 0 ? drawn : drawn >> i;
-        const std::string index = '[' + std::to_string(i) + ']';
         times[i] = AbsoluteTime::from_nsec(ns);
         durations[i] = RelativeTime::nanoseconds(ns);
         zoned[i] = SimpleDateTime(times[i], times[i].is_infinite() ? 0 : static_cast<int>(i) * 30 - 700);
-        expect("times" + index, times[i]);
-        expect("durations" + index, durations[i]);
-        expect("zoned" + index, zoned[i]);
     }
+    expect_each("times", times);
+    expect_each("durations", durations);
+    expect_each("zoned", zoned);
     MonotonicTime monotonic(RelativeTime::seconds(90));
     expect("monotonic", monotonic.as_string());
     AbsoluteTime::Components components(-44, 3, 15, 12, 0, 0, 500'000'000);
@@ -153,20 +143,18 @@ int main() {
     expect("uuid", uuid);
     expect("uuidText", uuidText.view());
     expect("node", "00c04fd430c8");
+    const StringKey stringKey = StringKey::from_string("string key");
+    const UuidKey uuidKey = UuidKey::from_uuid(uuid);
     const ObjectKey keys[] = {ObjectKey(),
                               ObjectKey::create_unique(),
                               ObjectKey::create_unique_with_label("label"),
                               ObjectKey::from_pointer(&uuid),
                               ObjectKey::from_pointer(widget),
-                              StringKey::from_string("text").as_object_key(),
-                              UuidKey::from_uuid(uuid).as_object_key()};
-    for (std::size_t i = 0; i < std::size(keys); ++i) {
-        expect("keys[" + std::to_string(i) + ']', keys[i]);
-    }
+                              stringKey.as_object_key(),
+                              uuidKey.as_object_key()};
+    expect_each("keys", keys);
     const ObjectKey unwritten = ObjectKey::create_unique();
     expect("unwritten", "<unique key *, not written yet>");
-    const StringKey stringKey = StringKey::from_string("string key");
-    const UuidKey uuidKey = UuidKey::from_uuid(uuid);
     expect("stringKey", stringKey);
     expect("uuidKey", uuidKey);
 
@@ -206,16 +194,10 @@ int main() {
     mask.set_cpu(0);
     mask.set_cpu(5);
     expect("mask", mask);
-    const ExitCode exits[] = {ExitCode(3ul),
-                              ExitCode(),
-                              ExitCode::from_wait_status(0x0300),
-                              ExitCode::from_wait_status(0x8B),
-                              ExitCode::from_wait_status(0x137F),
-                              ExitCode::from_wait_status(0xFFFF),
-                              ExitCode::from_wait_status(0x3C)};
-    for (std::size_t i = 0; i < std::size(exits); ++i) {
-        expect("exits[" + std::to_string(i) + ']', exits[i]);
-    }
+    constexpr auto waited = ExitCode::from_wait_status;
+    const ExitCode exits[] = {ExitCode(3ul),  ExitCode(),     waited(0x0300), waited(0x8B),
+                              waited(0x137F), waited(0xFFFF), waited(0x3C)};
+    expect_each("exits", exits);
     StackTrace stack;
     expect("stack", "0 frames");
 

@@ -42,10 +42,10 @@ public:
     }
     /// Memory of the process; empty when it is not in the file.
     [[nodiscard]] std::string_view memory(const void* address, std::size_t size) const {
-        const auto place = reinterpret_cast<std::uintptr_t>(address);
         for (const Elf64_Phdr& segment : segments(PT_LOAD)) {
-            if (place >= segment.p_vaddr && place + size <= segment.p_vaddr + segment.p_filesz) {
-                return std::string_view(m_bytes).substr(segment.p_offset + (place - segment.p_vaddr), size);
+            const std::uintptr_t place = reinterpret_cast<std::uintptr_t>(address) - segment.p_vaddr;
+            if (place < segment.p_filesz && size <= segment.p_filesz - place) {
+                return std::string_view(m_bytes).substr(segment.p_offset + place, size);
             }
         }
         return {};
@@ -58,10 +58,7 @@ public:
             const auto note = at<Elf64_Nhdr>(place);
             place += sizeof note + 8;
             if (note.n_type == NT_PRSTATUS) {
-                user_regs_struct registers;
-                const auto status = at<elf_prstatus>(place);
-                std::memcpy(&registers, &status.pr_reg, sizeof registers);
-                found.push_back(registers.rsp);
+                found.push_back(at<user_regs_struct>(place + offsetof(elf_prstatus, pr_reg)).rsp);
             }
             place += (note.n_descsz + 3) / 4 * 4;
         }
@@ -95,13 +92,10 @@ TEST(Dump, HoldsMemoryAndAllThreads) {
         const char local[] = "on the stack of another thread";
         otherFrame = __builtin_frame_address(0);
         other = local;
-        while (!isOver) {
-            ::usleep(1000);
-        }
+        other.notify_one();
+        isOver.wait(false);
     });
-    while (other == nullptr) {
-        ::usleep(1000);
-    }
+    other.wait(nullptr);
     const std::string heap(100'000, 'h');
     EXPECT_EQ(write_dump(s_path), DumpResult::Written);
     EXPECT_EQ(write_dump(s_path), DumpResult::NameTaken);
@@ -111,6 +105,7 @@ TEST(Dump, HoldsMemoryAndAllThreads) {
     EXPECT_EQ(core.memory(heap.data(), heap.size()), heap);
     EXPECT_EQ(core.memory(other, 12), "on the stack");
     isOver = true;
+    isOver.notify_one();
     thread.join();
     const std::vector<std::uintptr_t> stacks = core.stack_pointers();
     ASSERT_GE(stacks.size(), 2u);  // a sanitizer may have a thread of its own

@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <set>
 #include <string>
 #include <thread>
@@ -18,15 +17,12 @@
 namespace nqcore {
 namespace {
 
-struct Drawn {
-    std::array<Uuid, 64> random;
-    std::array<Uuid, 64> sequential;
-};
+using Drawn = std::array<Uuid, 128>;  // random ones, then sequential ones
 
 Drawn draw() {
     Drawn drawn;
-    std::ranges::generate(drawn.random, [] { return Uuid::create_random(); });
-    std::ranges::generate(drawn.sequential, Uuid::create_sequential);
+    std::generate_n(drawn.begin(), 64, [] { return Uuid::create_random(); });
+    std::generate_n(drawn.begin() + 64, 64, Uuid::create_sequential);
     return drawn;
 }
 
@@ -50,8 +46,8 @@ bool draw_in_child(Drawn& drawn) {
     return waitpid(child, &status, 0) == child && complete && status == 0;
 }
 
-// Of sequential UUIDs what does not come from the clock and the counter.
-std::string tail_of(const Uuid& uuid) { return uuid.as_string(Uuid::format_plain).substr(16, 12); }
+// Of a sequential UUID what does not come from the clock and the counter.
+std::string tail_of(const Drawn& drawn) { return drawn.back().as_string(Uuid::format_plain).substr(16, 12); }
 
 TEST(Fork, ChildrenHaveNumbersOfTheirOwn) {
     std::vector<Drawn> all{draw()};
@@ -62,33 +58,25 @@ TEST(Fork, ChildrenHaveNumbersOfTheirOwn) {
     std::set<Uuid> values;
     std::set<std::string> tails;
     for (const Drawn& drawn : all) {
-        values.insert(drawn.random.begin(), drawn.random.end());
-        values.insert(drawn.sequential.begin(), drawn.sequential.end());
-        tails.insert(tail_of(drawn.sequential[0]));
+        values.insert(drawn.begin(), drawn.end());
+        tails.insert(tail_of(drawn));
     }
-    EXPECT_EQ(values.size(), all.size() * (64 + 64));
-    EXPECT_EQ(tails.size(), 5u);  // the parent keeps its own
-    EXPECT_EQ(tail_of(all.front().sequential[0]), tail_of(all.back().sequential[0]));
+    EXPECT_EQ(values.size(), all.size() * Drawn().size());
+    EXPECT_EQ(tails.size(), 5u);
+    EXPECT_EQ(tail_of(all.front()), tail_of(all.back())) << "the parent keeps its own";
 }
 
 TEST(Fork, BusyThreadsDoNotStopAChild) {
-    std::atomic<bool> stop = false;
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 2; ++i) {
-        threads.emplace_back([&stop] {
-            while (!stop) {
-                static_cast<void>(Uuid::create_sequential());
-                static_cast<void>(random_int());
-            }
-        });
-    }
+    const auto draw_all_the_time = [](const std::stop_token& stop) {
+        while (!stop.stop_requested()) {
+            static_cast<void>(Uuid::create_sequential());
+            static_cast<void>(random_int());
+        }
+    };
+    const std::jthread threads[] = {std::jthread(draw_all_the_time), std::jthread(draw_all_the_time)};
     for (int i = 0; i < 50; ++i) {
         Drawn drawn;
         EXPECT_TRUE(draw_in_child(drawn));
-    }
-    stop = true;
-    for (std::thread& thread : threads) {
-        thread.join();
     }
 }
 

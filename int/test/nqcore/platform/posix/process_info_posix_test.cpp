@@ -6,54 +6,45 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <array>
 #include <atomic>
 #include <csignal>
 #include <cstdlib>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <unordered_set>
 #include <vector>
 
 namespace nqcore {
 namespace {
 
-struct StatusCase {
-    int status;
-    std::uint32_t exitCode;
-    int signal;
-    bool isAlive;
-    bool isStopped;
-    const char* text;
-};
-
-constexpr std::uint32_t s_none = ExitCode::sm_invalidExitCode;
-
-constexpr StatusCase s_statusCases[] = {
-    {0, 0, 0, false, false, "[exit code: 0]"},
-    {0xFF00, 255, 0, false, false, "[exit code: 255]"},
-    {SIGKILL, s_none, SIGKILL, false, false, "[signal: 9 SIGKILL]"},
-    {0x80 | SIGSEGV, s_none, SIGSEGV, false, false, "[signal: 11 SIGSEGV, core dumped]"},
-    {40, s_none, 40, false, false, "[signal: 40 unknown]"},
-    {SIGSTOP << 8 | 0x7F, s_none, 0, true, true, "[stopped: 19 SIGSTOP]"},
-    {0xFFFF, s_none, 0, true, false, "[running]"},
-    {0x12FF, s_none, 0, false, false, "[exit code: 4294967295]"},  // means nothing
-};
-
 TEST(ExitCode, ReadsWaitStatuses) {
+    constexpr std::uint32_t none = ExitCode::sm_invalidExitCode;
+    constexpr struct {
+        int status;
+        std::uint32_t exitCode;
+        int signal;
+        bool isAlive, isStopped;
+        const char* text;
+    } cases[] = {
+        {0, 0, 0, false, false, "[exit code: 0]"},
+        {0xFF00, 255, 0, false, false, "[exit code: 255]"},
+        {SIGKILL, none, SIGKILL, false, false, "[signal: 9 SIGKILL]"},
+        {0x80 | SIGSEGV, none, SIGSEGV, false, false, "[signal: 11 SIGSEGV, core dumped]"},
+        {40, none, 40, false, false, "[signal: 40 unknown]"},
+        {SIGSTOP << 8 | 0x7F, none, 0, true, true, "[stopped: 19 SIGSTOP]"},
+        {0xFFFF, none, 0, true, false, "[running]"},
+        {0x12FF, none, 0, false, false, "[exit code: 4294967295]"},  // means nothing
+    };
     std::unordered_set<ExitCode> all;
-    for (const StatusCase& row : s_statusCases) {
+    for (const auto& row : cases) {
         const ExitCode exitCode = ExitCode::from_wait_status(row.status);
-        EXPECT_EQ(exitCode.to_string(), row.text);
-        EXPECT_EQ(exitCode.exit_code(), row.exitCode) << row.text;
-        EXPECT_EQ(exitCode.signal(), row.signal) << row.text;
-        EXPECT_EQ(exitCode.is_alive(), row.isAlive) << row.text;
-        EXPECT_EQ(exitCode.is_stopped(), row.isStopped) << row.text;
+        EXPECT_EQ(std::tuple(exitCode.to_string(), exitCode.exit_code(), exitCode.signal(), exitCode.is_alive(),
+                             exitCode.is_stopped()),
+                  std::tuple(row.text, row.exitCode, row.signal, row.isAlive, row.isStopped));
         all.insert(exitCode);
     }
-    EXPECT_EQ(all.size(), std::size(s_statusCases));
-    EXPECT_EQ(ExitCode::from_wait_status(3 << 8), ExitCode(3));
-    EXPECT_STREQ(ExitCode::signal(SIGTERM), "SIGTERM");
+    EXPECT_EQ(all.size(), std::size(cases));
 }
 
 // What others leave in the environment: empty values, bytes that are not UTF-8, entries that are no variables, a name
@@ -70,25 +61,20 @@ TEST(Environment, TakesItAsItIs) {
     bool found = false;
     EXPECT_EQ(get_environment_variable("NQ_EMPTY", &found), "");
     EXPECT_TRUE(found);
-    EXPECT_EQ(get_environment_variable("NQ_BYTES"), "\xFF\xC3");
-    EXPECT_EQ(get_environment_variable("NQ_TWICE"), "1");
     std::string text;
     std::string expanded;
     for (int times = 1; times <= 10; ++times) {  // many references are looked up in another way
-        text += "%NQ_EMPTY%%NQ_BYTES%%NQ_TWICE%%nq_twice%%=C:%%no variable%";
-        expanded +=
-            "\xFF\xC3"
-            "1%nq_twice%%=C:%%no variable%";
+        text += "%NQ_EMPTY%%NQ_TWICE%%NQ_BYTES%%nq_twice%%=C:%%no variable%";
+        expanded += "1\xFF\xC3%nq_twice%%=C:%%no variable%";
         EXPECT_EQ(expand_environment_variables(text), expanded);
     }
     environ = nullptr;
     EXPECT_EQ(get_environment_variable("NQ_TWICE"), "");
     EXPECT_EQ(expand_environment_variables("%NQ_TWICE%"), "%NQ_TWICE%");
     environ = before;
-    set_environment_variable("NQ_BYTES", "\xFE");
-    EXPECT_STREQ(std::getenv("NQ_BYTES"), "\xFE");
-    const std::string large(1u << 20, 'x');
+    const std::string large = "\xFE" + std::string(1u << 20, 'x');
     set_environment_variable("NQ_BYTES", large);
+    EXPECT_EQ(std::getenv("NQ_BYTES"), large);
     EXPECT_EQ(expand_environment_variables("%NQ_BYTES%"), large);
     set_environment_variable("NQ_BYTES", "");
     EXPECT_EQ(std::getenv("NQ_BYTES"), nullptr);

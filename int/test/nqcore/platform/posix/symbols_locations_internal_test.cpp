@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 #include <cstdint>
-#include <initializer_list>
+#include <tuple>
 #include <vector>
 
 namespace nqcore::platform {
@@ -35,36 +35,31 @@ Dwarf_Op number(std::uint64_t value) { return op(DW_OP_constu, value); }
 constexpr std::uint64_t ahead(int operations) { return static_cast<std::uint64_t>(10 * operations - 3); }
 
 TEST(LocationPrograms, ComputeAsTheMachineDoes) {
-    const struct {
-        unsigned atom;
-        std::uint64_t left;
-        std::uint64_t right;
-        std::uint64_t result;
-    } rows[] = {{DW_OP_plus, s_minus1, 2, 1},
-                {DW_OP_minus, 1, 2, s_minus1},
-                {DW_OP_mul, s_lowest, 2, 0},
-                {DW_OP_div, s_minus1 - 6, 2, s_minus1 - 2},
-                {DW_OP_div, s_lowest, s_minus1, s_lowest},
-                {DW_OP_mod, s_minus1, 10, 5},
-                {DW_OP_and, 12, 10, 8},
-                {DW_OP_or, 12, 10, 14},
-                {DW_OP_xor, 12, 10, 6},
-                {DW_OP_shl, 3, 63, s_lowest},
-                {DW_OP_shl, 3, 64, 0},
-                {DW_OP_shr, s_lowest, 63, 1},
-                {DW_OP_shr, s_lowest, 64, 0},
-                {DW_OP_shra, s_lowest, 63, s_minus1},
-                {DW_OP_shra, s_lowest, 1000, s_minus1},
-                {DW_OP_eq, 1, 1, 1},
-                {DW_OP_ne, 1, 1, 0},
-                {DW_OP_lt, s_minus1, 0, 1},
-                {DW_OP_le, 0, 0, 1},
-                {DW_OP_gt, 0, s_minus1, 1},
-                {DW_OP_ge, s_minus1, 0, 0}};
-    for (const auto& row : rows) {
-        const Location found = run({number(row.left), number(row.right), op(row.atom), op(DW_OP_stack_value)});
-        EXPECT_EQ(found.kind, Kind::Value) << row.atom;
-        EXPECT_EQ(found.number, row.result) << row.atom << ' ' << row.left << ' ' << row.right;
+    constexpr std::tuple<unsigned, std::uint64_t, std::uint64_t, std::uint64_t> rows[] = {
+        {DW_OP_plus, s_minus1, 2, 1},
+        {DW_OP_minus, 1, 2, s_minus1},
+        {DW_OP_mul, s_lowest, 2, 0},
+        {DW_OP_div, s_minus1 - 6, 2, s_minus1 - 2},
+        {DW_OP_div, s_lowest, s_minus1, s_lowest},
+        {DW_OP_mod, s_minus1, 10, 5},
+        {DW_OP_and, 12, 10, 8},
+        {DW_OP_or, 12, 10, 14},
+        {DW_OP_xor, 12, 10, 6},
+        {DW_OP_shl, 3, 63, s_lowest},
+        {DW_OP_shl, 3, 64, 0},
+        {DW_OP_shr, s_lowest, 63, 1},
+        {DW_OP_shr, s_lowest, 64, 0},
+        {DW_OP_shra, s_lowest, 63, s_minus1},
+        {DW_OP_shra, s_lowest, 1000, s_minus1},
+        {DW_OP_eq, 1, 1, 1},
+        {DW_OP_ne, 1, 1, 0},
+        {DW_OP_lt, s_minus1, 0, 1},
+        {DW_OP_le, 0, 0, 1},
+        {DW_OP_gt, 0, s_minus1, 1},
+        {DW_OP_ge, s_minus1, 0, 0}};
+    for (const auto& [atom, left, right, result] : rows) {
+        const Location found = run({number(left), number(right), op(atom), op(DW_OP_stack_value)});
+        EXPECT_TRUE(found.kind == Kind::Value && found.number == result) << atom << ' ' << left << ' ' << right;
     }
 }
 
@@ -72,12 +67,7 @@ TEST(LocationPrograms, EndInAPlaceAValueOrNothing) {
     static const std::uint64_t word = 0x1122334455667788;
     const auto place = reinterpret_cast<std::uint64_t>(&word);
     const std::vector<Dwarf_Op> tooDeep(65, op(DW_OP_lit31));
-    const struct {
-        const char* name;
-        std::vector<Dwarf_Op> program;
-        Kind kind;
-        std::uint64_t result;
-    } rows[] = {
+    const std::tuple<const char*, std::vector<Dwarf_Op>, Kind, std::uint64_t> rows[] = {
         {"nothing", {}, Kind::Unknown, 0},
         {"literal", {op(DW_OP_lit0 + 31)}, Kind::Memory, 31},
         {"dup", {number(5), op(DW_OP_dup), op(DW_OP_mul)}, Kind::Memory, 25},
@@ -122,10 +112,10 @@ TEST(LocationPrograms, EndInAPlaceAValueOrNothing) {
         {"what needs an attribute", {op(DW_OP_implicit_value)}, Kind::Unknown, 0},
         {"what needs a caller", {op(DW_OP_entry_value)}, Kind::Unknown, 0},
     };
-    for (const auto& row : rows) {
-        const Location found = run(row.program);
-        EXPECT_EQ(found.kind, row.kind) << row.name;
-        EXPECT_EQ(found.number, row.result) << row.name;
+    for (const auto& [name, program, kind, result] : rows) {
+        const Location found = run(program);
+        EXPECT_EQ(found.kind, kind) << name;
+        EXPECT_EQ(found.number, result) << name;
     }
 }
 

@@ -15,8 +15,12 @@
 #include <unistd.h>
 
 #include <ace/OS_NS_Thread.h>
+#include <algorithm>
+#include <array>
 #include <atomic>
+#include <bit>
 #include <cstddef>
+#include <latch>
 #include <thread>
 
 namespace nqcore {
@@ -29,11 +33,11 @@ int nice_of(pid_t thread = gettid()) { return getpriority(PRIO_PROCESS, static_c
 
 void set_nice(int nice) { EXPECT_EQ(setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), nice), 0); }
 
-// The processors of a thread as the kernel has them.
+// The first processors of a thread as the kernel has them.
 unsigned long cpus_of(pid_t thread = 0) {
-    unsigned long words[1024 / 64] = {};
-    EXPECT_GT(syscall(SYS_sched_getaffinity, thread, sizeof words, words), 0);
-    return words[0];
+    cpu_set_t set;
+    EXPECT_EQ(sched_getaffinity(thread, sizeof set, &set), 0);
+    return set.__bits[0];
 }
 
 CpuAffinityMask only(unsigned cpu) {
@@ -64,22 +68,22 @@ public:
         : m_thread([this, priority] {
               Thread::set_current_thread_priority(priority);
               id = gettid();
-              id.notify_all();
-              m_ended.wait(false);
+              m_ready.count_down();
+              m_end.wait();
           }) {
-        id.wait(0);
+        m_ready.wait();
     }
     ~Waiting() {
-        m_ended = true;
-        m_ended.notify_all();
+        m_end.count_down();
         m_thread.join();
     }
     ACE_Thread_ID ace() { return ACE_Thread_ID(m_thread.native_handle(), m_thread.native_handle()); }
 
-    std::atomic<pid_t> id{0};
+    pid_t id = 0;
 
 private:
-    std::atomic<bool> m_ended{false};
+    std::latch m_ready{1};
+    std::latch m_end{1};
     std::thread m_thread;
 };
 
@@ -99,34 +103,25 @@ TEST(Nice, EveryPriorityOfEveryClassHasItsValue) {
 
 TEST(Nice, ClassMovesEveryThreadAndGuardsBringBackWhatTheyFound) {
     if (geteuid() != 0) {
-        GTEST_SKIP() << "not root: see the other tests";
+        GTEST_SKIP() << "only root may favour a process; WithoutPrivileges tests the others";
     }
-    struct {
-        int found;
-        unsigned long priorityClass;
-    } const cases[] = {{0, Process::priorityClassNormal},
-                       {10, Process::priorityClassBelowNormal},
-                       {12, Process::priorityClassIdle},
-                       {-16, Process::priorityClassRealtime}};
+    const std::pair<int, unsigned long> cases[] = {
+        {0, Process::priorityClassNormal}, {12, Process::priorityClassIdle}, {-16, Process::priorityClassRealtime}};
     for (const auto& [found, priorityClass] : cases) {
         in_child([&] {
             set_nice(found);
             EXPECT_EQ(Process::get_process_priority_class(), priorityClass) << found;
             EXPECT_EQ(Thread::get_current_thread_priority(), 0) << found;
-            const Waiting normal(0);
-            const Waiting lowest(-2);
-            const Waiting idle(-15);
-            const auto expect = [&](int main, int normalNice, int lowestNice) {
-                EXPECT_EQ(nice_of(), main) << found;
-                EXPECT_EQ(nice_of(normal.id), normalNice) << found;
-                EXPECT_EQ(nice_of(lowest.id), lowestNice) << found;
-                EXPECT_EQ(nice_of(idle.id), 19) << found;
+            const Waiting normal(0), lowest(-2), idle(-15);
+            using Nices = std::array<int, 4>;
+            const auto nices = [&] {
+                return Nices{nice_of(), nice_of(normal.id), nice_of(lowest.id), nice_of(idle.id)};
             };
             {
                 const Thread above(Thread::threadPriorityAboveNormal);
-                expect(found - 2, found, found + 4);
+                EXPECT_EQ(nices(), (Nices{found - 2, found, found + 4, 19}));
                 const Process high(Process::priorityClassHigh);
-                expect(-12, -10, -6);
+                EXPECT_EQ(nices(), (Nices{-12, -10, -6, 19}));
                 std::thread([] {
                     EXPECT_EQ(Thread::get_current_thread_priority(), 1);  // as the thread that started it
                     set_nice(-7);
@@ -134,7 +129,7 @@ TEST(Nice, ClassMovesEveryThreadAndGuardsBringBackWhatTheyFound) {
                     EXPECT_EQ(nice_of(), -7);
                 }).join();
             }
-            expect(found, found, found + 4);
+            EXPECT_EQ(nices(), (Nices{found, found, found + 4, 19}));
             set_nice(7);  // somebody else changes the process's mind
             EXPECT_EQ(Process::get_process_priority_class(), Process::priorityClassBelowNormal);
         });
@@ -161,8 +156,7 @@ TEST(Nice, WithoutPrivileges) {
         const Waiting lowest(-2);
         EXPECT_THAT([] { Process::set_process_priority_class(Process::priorityClassNormal); },
                     refused(process + "32)"));
-        EXPECT_EQ(nice_of(), 14);
-        EXPECT_EQ(nice_of(lowest.id), 18);
+        EXPECT_EQ((std::array{nice_of(), nice_of(lowest.id)}), (std::array{14, 18}));
         EXPECT_EQ(Process::get_process_priority_class(), Process::priorityClassIdle);
     });
 }
@@ -170,7 +164,7 @@ TEST(Nice, WithoutPrivileges) {
 TEST(Nice, LimitStandsForThePrivilege) {
     const rlimit downToMinus5 = {25, 25};
     if (setrlimit(RLIMIT_NICE, &downToMinus5) != 0) {
-        GTEST_SKIP() << "no privilege to raise RLIMIT_NICE";
+        GTEST_SKIP() << "raising RLIMIT_NICE takes CAP_SYS_RESOURCE, which this process has not";
     }
     in_child([] {
         ASSERT_TRUE(geteuid() != 0 || setuid(65534) == 0);
@@ -183,9 +177,7 @@ TEST(Nice, LimitStandsForThePrivilege) {
 // A kernel that refuses to change one of the threads: then none is changed.
 TEST(Nice, AllThreadsOrNone) {
     in_child([] {
-        const Waiting first(-1);
-        const Waiting stays(-2);
-        const Waiting last(-2);
+        const Waiting first(-1), stays(-2), last(-2);
         sock_filter rules[] = {
             BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
             BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_setpriority, 0, 3),
@@ -199,10 +191,8 @@ TEST(Nice, AllThreadsOrNone) {
         ASSERT_EQ(prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter), 0);
         EXPECT_THAT([] { Process::set_process_priority_class(Process::priorityClassAboveNormal); },
                     refused("SetPriorityClass(" + std::to_string(getpid()) + ", 32768)"));
-        EXPECT_EQ(nice_of(), 0);
-        EXPECT_EQ(nice_of(first.id), 2);
-        EXPECT_EQ(nice_of(stays.id), 4);
-        EXPECT_EQ(nice_of(last.id), 4);
+        EXPECT_EQ((std::array{nice_of(), nice_of(first.id), nice_of(stays.id), nice_of(last.id)}),
+                  (std::array{0, 2, 4, 4}));
         EXPECT_EQ(Process::get_process_priority_class(), Process::priorityClassNormal);
     });
 }
@@ -210,12 +200,13 @@ TEST(Nice, AllThreadsOrNone) {
 TEST(Affinity, AnotherThreadRunsWhereItIsBound) {
     Waiting other(0);
     const unsigned long all = cpus_of();
-    for (const unsigned cpu : ScopedCpuAffinity::get_process_affinity()) {
-        const ScopedCpuAffinity guard(only(cpu), other.ace());
-        EXPECT_EQ(cpus_of(other.id), 1ul << cpu);
+    const CpuAffinityMask last = only(std::ranges::max(ScopedCpuAffinity::get_process_affinity()));
+    {
+        const ScopedCpuAffinity guard(last, other.ace());
         CpuAffinityMask mask;
         ScopedCpuAffinity::get_thread_affinity(other.ace(), mask);
-        EXPECT_EQ(mask, only(cpu));
+        EXPECT_EQ(mask, last);
+        EXPECT_EQ(cpus_of(other.id), std::bit_floor(all));
         EXPECT_EQ(cpus_of(), all);
     }
     EXPECT_EQ(cpus_of(other.id), all);
@@ -242,13 +233,13 @@ TEST(Affinity, ProcessFollowsTheMainThread) {
                         ThrowsError(HasCause(HasParam("errno", "22"))));
             EXPECT_EQ(cpus_of(), 1ul << cpu);
         }
-        all.clear_cpu(all.size() == 1 ? 32 : cpu);
+        const unsigned last = std::ranges::max(all);
         cpu_set_t set;
         CPU_ZERO(&set);
-        CPU_SET(*all.begin(), &set);
+        CPU_SET(last, &set);
         EXPECT_EQ(sched_setaffinity(0, sizeof set, &set), 0);
-        if (*all.begin() != cpu) {
-            EXPECT_EQ(ScopedCpuAffinity::get_process_affinity(), only(*all.begin()));
+        if (last != cpu) {
+            EXPECT_EQ(ScopedCpuAffinity::get_process_affinity(), only(last));
         }
     });
 }

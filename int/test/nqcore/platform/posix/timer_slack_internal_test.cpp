@@ -31,7 +31,6 @@ TEST(TimerSlack, FollowsTheFinestRequest) {
             EXPECT_EQ(step.change(step.period), 0u);
             EXPECT_EQ(slack(), step.slackMs * s_ms) << step.period;
         }
-        EXPECT_EQ(end_timer_period(1), 97u);
     }).join();
 }
 

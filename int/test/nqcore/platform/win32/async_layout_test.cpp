@@ -22,7 +22,7 @@ namespace {
 static_assert(sizeof(impl::AsyncOp) == 8 && sizeof(impl::ResultImplBase) == 8);
 static_assert(sizeof(impl::ValueResultImpl<void>) == 8 && sizeof(impl::ErrorResultImpl<void>) == 12 &&
               sizeof(impl::FutureResultImpl<void>) == 12);
-static_assert(sizeof(ResultBase) == 4 && sizeof(Result<void>) == 4 && sizeof(Result<std::string>) == 4);
+static_assert(sizeof(Result<void>) == 4 && sizeof(Result<std::string>) == 4);
 static_assert(sizeof(ResultControlBase) == 12 && sizeof(ResultControl<void>) == 32 &&
               sizeof(ResultControlIgnored<void>) == 32 && sizeof(ResultControlIgnoredIfAsync<void>) == 32 &&
               sizeof(ResultControlFutureRef<void>) == 36 && sizeof(AsyncHandlerAdapterControl<void>) == 36);

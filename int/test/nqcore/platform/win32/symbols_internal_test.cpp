@@ -7,8 +7,10 @@
 #include <gtest/gtest.h>
 #include <atomic>
 #include <new>
+#include <sstream>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #define NQ_UNOPTIMISED gnu::noinline, gnu::optimize("O0")
@@ -32,18 +34,19 @@ std::string hex(const T& value, std::size_t size = sizeof(T)) {
 // value.
 struct Sink final : ParameterSink {
     void parameter(const Parameter& parameter) override {
-        std::string text(parameter.name);
-        if (parameter.state != ValueState::Known) {
-            texts.push_back(text + " ?" + std::to_string(static_cast<int>(parameter.state)));
-            return;
-        }
+        std::ostringstream text;
         const auto size = static_cast<std::size_t>(parameter.size);
-        text += {' ', "BPSO"[static_cast<int>(parameter.kind)], ' '};
-        text += std::to_string(parameter.code) + '/' + std::to_string(size) + ' ';
-        text += hex(parameter.value, std::min(size, sizeof parameter.value));
-        text += parameter.typeName.empty() ? "" : ' ' + std::string(parameter.typeName);
-        text += parameter.targetSize == 0 ? "" : " ->" + std::to_string(parameter.targetSize);
-        texts.push_back(text + (parameter.targetIsPointer ? "*" : ""));
+        text << parameter.name << ' ';
+        if (parameter.state != ValueState::Known) {
+            text << '?' << static_cast<int>(parameter.state);
+        } else {
+            text << "BPSO"[static_cast<int>(parameter.kind)] << ' ' << parameter.code << '/' << size << ' '
+                 << hex(parameter.value, std::min(size, sizeof parameter.value))
+                 << (parameter.typeName.empty() ? "" : " ") << parameter.typeName
+                 << (parameter.targetSize == 0 ? "" : " ->" + std::to_string(parameter.targetSize))
+                 << (parameter.targetIsPointer ? "*" : "");
+        }
+        texts.push_back(text.str());
     }
     Texts texts;
 };
@@ -52,28 +55,19 @@ struct Report {
     FunctionName function;
     SourceLine line;
     std::string module;
-    bool described = false;
     Texts parameters;
     StackFrame frame;
 };
 
 // What is known about the caller of the function that calls this.
 [[gnu::noinline]] Report report_caller() {
-    Report report;
     StackFrame frames[2];
     const SymbolScope symbols;
-    if (capture_stack(frames, 0) != 2 || !symbols) {
-        ADD_FAILURE();
-        return report;
-    }
+    EXPECT_TRUE(capture_stack(frames, 0) == 2 && symbols);
     Sink sink;
-    report = {function_name(frames[1]),
-              source_line(frames[1]),
-              module_name(frames[1].instructionPointer),
-              enumerate_parameters(frames, 1, sink),
-              sink.texts,
-              frames[1]};
-    return report;
+    EXPECT_TRUE(enumerate_parameters(frames, 1, sink));
+    return {function_name(frames[1]), source_line(frames[1]), module_name(frames[1].instructionPointer), sink.texts,
+            frames[1]};
 }
 
 struct Big {
@@ -90,19 +84,14 @@ Report s_report;
 unsigned s_line;
 #define NQ_REPORT (s_line = __LINE__, s_report = report_caller())
 
-[[NQ_UNOPTIMISED]] void base_types([[maybe_unused]] char c, [[maybe_unused]] signed char sc,
-                                   [[maybe_unused]] unsigned char uc, [[maybe_unused]] wchar_t w,
-                                   [[maybe_unused]] short s, [[maybe_unused]] unsigned u, [[maybe_unused]] long l,
-                                   [[maybe_unused]] unsigned long ul, [[maybe_unused]] long long ll,
-                                   [[maybe_unused]] float f, [[maybe_unused]] double d, [[maybe_unused]] bool b,
-                                   [[maybe_unused]] Number n, [[maybe_unused]] const int cv) {
+#pragma GCC diagnostic ignored "-Wunused-parameter"
+
+[[NQ_UNOPTIMISED]] void base_types(char c, signed char sc, unsigned u, long long ll, double d, Number n, const int cv) {
     NQ_REPORT;
 }
 
-[[NQ_UNOPTIMISED]] void other_types([[maybe_unused]] const Big& reference, [[maybe_unused]] Big big,
-                                    [[maybe_unused]] void* nothing, [[maybe_unused]] int** inner,
-                                    [[maybe_unused]] void (*function)(), [[maybe_unused]] Fruit fruit,
-                                    [[maybe_unused]] Pointer<int> smart) {
+[[NQ_UNOPTIMISED]] void other_types(const Big& reference, Big big, void* nothing, int** inner, void (*function)(),
+                                    Fruit fruit, Pointer<int> smart) {
     NQ_REPORT;
 }
 
@@ -119,7 +108,7 @@ Texts s_withRegisters, s_withoutRegisters;
 }
 
 struct Widget {
-    [[NQ_UNOPTIMISED]] void run([[maybe_unused]] int first) { NQ_REPORT; }
+    [[NQ_UNOPTIMISED]] void run(int first) { NQ_REPORT; }
 
     // The object is in a register, and nothing says where the argument is.
     [[gnu::noipa]] int run_optimised(int factor) {
@@ -150,7 +139,7 @@ TEST(Symbols, ModuleFunctionAndLine) {
               s_report.frame.instructionPointer - reinterpret_cast<std::uintptr_t>(&plain));
     EXPECT_THAT(s_report.line.file, EndsWith("symbols_internal_test.cpp"));
     EXPECT_EQ(s_report.line.line, s_line);
-    EXPECT_TRUE(s_report.described && s_report.parameters.empty());
+    EXPECT_TRUE(s_report.parameters.empty());
 
     EXPECT_THROW(ends_in_a_call(), int);
     EXPECT_EQ(s_report.function.name, "symbols_test::ends_in_a_call");
@@ -158,12 +147,10 @@ TEST(Symbols, ModuleFunctionAndLine) {
 }
 
 TEST(Symbols, ParametersOfEveryKind) {
-    base_types('c', -2, 'u', L'w', -3, 66, -77, 88, -99, 1.5F, 2.5, true, 12, 13);
-    EXPECT_THAT(
-        s_report.parameters,
-        ElementsAre("c B 2/1 63", "sc B 6/1 fe", "uc B 7/1 75", "w B 3/2 7700", "s B 6/2 fdff", "u B 7/4 42000000",
-                    "l B 13/4 b3ffffff", "ul B 14/4 58000000", "ll B 6/8 9dffffffffffffff", "f B 8/4 0000c03f",
-                    "d B 8/8 0000000000000440", "b B 10/1 01", "n B 6/4 0c000000", "cv B 6/4 0d000000"));
+    base_types('c', -2, 66, -99, 2.5, 12, 13);
+    EXPECT_THAT(s_report.parameters,
+                ElementsAre("c B 2/1 63", "sc B 6/1 fe", "u B 7/4 42000000", "ll B 6/8 9dffffffffffffff",
+                            "d B 8/8 0000000000000440", "n B 6/4 0c000000", "cv B 6/4 0d000000"));
 
     const Big big{{1, 2, 3, 4, 5}};
     int number = 0;
@@ -181,8 +168,8 @@ TEST(Symbols, ParametersOfEveryKind) {
     const std::string object = "this P 0/4 " + hex(&widget) + " ->4";
     EXPECT_THAT(s_report.parameters, ElementsAre(object, "first B 6/4 07000000"));
 
-    const std::string unavailable = " ?" + std::to_string(static_cast<int>(ValueState::Unavailable));
     EXPECT_EQ(widget.run_optimised(7), 42);
+    const std::string unavailable = " ?" + std::to_string(static_cast<int>(ValueState::Unavailable));
     const auto factor = testing::AnyOf("factor" + unavailable, "factor B 6/4 07000000");
     EXPECT_THAT(s_withRegisters, ElementsAre(object, factor));
     EXPECT_THAT(s_withoutRegisters, ElementsAre("this" + unavailable, factor));
@@ -192,7 +179,7 @@ TEST(Symbols, FramesThatAreNone) {
     const SymbolScope symbols;
     ASSERT_TRUE(symbols);
     Sink sink;
-    base_types('c', -2, 'u', L'w', -3, 66, -77, 88, -99, 1.5F, 2.5, true, 12, 13);
+    base_types('c', -2, 66, -99, 2.5, 12, 13);
     static char elsewhere[1024];
     const std::uintptr_t data = reinterpret_cast<std::uintptr_t>(elsewhere) + 512;
     for (const std::uintptr_t framePointer : {std::uintptr_t{0}, std::uintptr_t{0x10}, UINTPTR_MAX - 3, data}) {
@@ -201,7 +188,7 @@ TEST(Symbols, FramesThatAreNone) {
         sink.texts.clear();
         EXPECT_TRUE(enumerate_parameters({&frame, 1}, 0, sink));
         const std::string badStack = " ?" + std::to_string(static_cast<int>(ValueState::BadStack));
-        EXPECT_THAT(sink.texts, testing::AllOf(testing::SizeIs(14), testing::Each(EndsWith(badStack))));
+        EXPECT_THAT(sink.texts, testing::AllOf(testing::SizeIs(7), testing::Each(EndsWith(badStack))));
     }
     const std::uintptr_t code = reinterpret_cast<std::uintptr_t>(GetProcAddress(GetModuleHandleA("kernel32"), "Sleep"));
     for (const std::uintptr_t address : {std::uintptr_t{0}, std::uintptr_t{1}, UINTPTR_MAX, data, code}) {
@@ -214,9 +201,13 @@ TEST(Symbols, FramesThatAreNone) {
     }
 }
 
-struct Refuser final : ParameterSink {
-    void parameter(const Parameter&) override { throw std::bad_alloc(); }
-};
+void refuse() {
+    struct : ParameterSink {
+        void parameter(const Parameter&) override { throw std::bad_alloc(); }
+    } refuser;
+    const SymbolScope inner;
+    static_cast<void>(enumerate_parameters({&s_report.frame, 1}, 0, refuser));
+}
 
 TEST(Symbols, OneThreadAtATimeAsDeepAsItLikes) {
     Widget().run(7);
@@ -225,13 +216,7 @@ TEST(Symbols, OneThreadAtATimeAsDeepAsItLikes) {
         for (int round = 0; round < 100; ++round) {
             const SymbolScope outer;
             EXPECT_EQ(inside++, 0);
-            Refuser refuser;
-            EXPECT_THROW(
-                {
-                    const SymbolScope inner;
-                    (void)enumerate_parameters({&s_report.frame, 1}, 0, refuser);
-                },
-                std::bad_alloc);
+            EXPECT_THROW(refuse(), std::bad_alloc);
             EXPECT_EQ(--inside, 0);
         }
     };
@@ -257,18 +242,17 @@ TEST(Symbols, ModulesComeAndGo) {
 
 TEST(Symbols, NamesBecomeReadable) {
     const SymbolScope symbols;
-    const struct {
-        const char *decorated, *readable;
-    } cases[] = {{"?run@Widget@outer@@QAEHH@Z", "outer::Widget::run"},
-                 {"_ZN5outer6Widget3runEi", "outer::Widget::run"},
-                 {"outer::Widget::run", "outer::Widget::run"},
-                 {"_Zebra", "_Zebra"},
-                 {"?", "?"},
-                 {"", ""},
-                 {"\xC3\x9F", "\xC3\x9F"},
-                 {"\xDF", "\xC3\x9F"}};
-    for (const auto& row : cases) {
-        EXPECT_EQ(undecorated_name(row.decorated), row.readable);
+    constexpr std::pair<const char*, const char*> cases[] = {
+        {"?run@Widget@outer@@QAEHH@Z", "outer::Widget::run"},
+        {"_ZN5outer6Widget3runEi", "outer::Widget::run"},
+        {"_Zebra", "_Zebra"},
+        {"?", "?"},
+        {"", ""},
+        {"\xC3\x9F", "\xC3\x9F"},
+        {"\xDF", "\xC3\x9F"},
+    };
+    for (const auto& [decorated, readable] : cases) {
+        EXPECT_EQ(undecorated_name(decorated), readable);
     }
 }
 

@@ -2,7 +2,6 @@
 #include "functions.h"
 
 #include <cstdint>
-#include <string>
 
 namespace nqcore::test {
 namespace NQ_TEST_NAMESPACE {
@@ -15,23 +14,23 @@ template <class... Values>
 
 [[gnu::noinline]] void numbers(signed char tiny, unsigned char byte, short small, unsigned count, long big,
                                unsigned long size, long long huge) {
-    s_probe();
+    probe();
     use(tiny, byte, small, count, big, size, huge);
 }
 
 [[gnu::noinline]] void characters(char plain, wchar_t wide, char8_t one, char16_t two, char32_t four) {
-    s_probe();
+    probe();
     use(plain, wide, one, two, four);
 }
 
 [[gnu::noinline]] void others(bool flag, float single, double real, long double extended, WideNumber wideNumber) {
-    s_probe();
+    probe();
     use(flag, single, real, extended, wideNumber);
 }
 
 [[gnu::noinline]] void pointers(const int* pointer, int& reference, int** indirect, decltype(nullptr) null,
                                 void (*function)(int), const volatile void* anything) {
-    s_probe();
+    probe();
     use(pointer, reference, indirect, null, function, anything);
 }
 
@@ -51,11 +50,6 @@ struct Box {
     Box(T value) : content(value) {}
     Box(const Box& other) : content(other.content) {}
     ~Box() {}
-    [[gnu::noinline]] T look(int times) const {
-        s_probe();
-        use(times, *this);
-        return content;
-    }
 };
 namespace {
 struct Hidden {
@@ -64,23 +58,20 @@ struct Hidden {
 }  // namespace
 
 [[gnu::noinline]] void structure_arguments(Point point, Box<int> box, Empty empty, Either either, Hidden hidden,
-                                           const std::string& text, Colour colour, Length length, int Point::*member,
-                                           void (Box<int>::*)() const) {
-    s_probe();
-    use(point, box, empty, either, hidden, text, colour, length, member);
+                                           Colour colour, Length length, int Point::*member) {
+    probe();
+    use(point, box, empty, either, hidden, colour, length, member);
 }
 
 [[gnu::noinline]] void structures() {
-    structure_arguments({3, 4}, Box<int>(5), {}, {6}, {7}, "text", Colour::Green, 8, &Point::y, nullptr);
+    structure_arguments({3, 4}, Box<int>(5), {}, {6}, {7}, Colour::Green, 8, &Point::y);
 }
-
-[[gnu::noinline]] void members() { static_cast<void>(Box<long>(9).look(10)); }
 
 [[gnu::noinline]] void scopes() {
     struct Local {
         int value;
         [[gnu::noinline]] void run(int argument) const {
-            s_probe();
+            probe();
             use(argument, *this);
         }
     };
@@ -90,7 +81,7 @@ struct Hidden {
 // Nothing needs the parameters after the call.
 [[gnu::noinline]] void unused(int, int forgotten) {
     use(forgotten);
-    s_probe();
+    probe();
     use();
 }
 
@@ -98,7 +89,7 @@ struct Hidden {
 [[gnu::noinline]] void next() {
     int local = 1;
     use(local);
-    s_probe();
+    probe();
     use(local);
 }
 
@@ -112,7 +103,7 @@ struct Hidden {
 // What is forgotten can still be known from the caller.
 [[gnu::noinline]] void told(int number, long twice) {
     asm volatile("" : : "r"(number), "r"(twice));
-    s_probe();
+    probe();
     asm volatile("" : : : "memory");
 }
 
@@ -128,7 +119,7 @@ struct Hidden {
 const Functions& NQ_TEST_TABLE() {
     using namespace NQ_TEST_NAMESPACE;
     static constexpr Functions table{numbers, characters, others, pointers, structures,
-                                     members, scopes,     unused, kept,     passed_on};
+                                     scopes,  unused,     kept,   passed_on};
     return table;
 }
 

@@ -11,7 +11,6 @@ struct Functions {
     void (*others)(bool, float, double, long double, WideNumber);
     void (*pointers)(const int*, int&, int**, decltype(nullptr), void (*)(int), const volatile void*);
     void (*structures)();
-    void (*members)();
     void (*scopes)();
     void (*unused)(int, int);
     void (*kept)(int, const char*);
@@ -19,7 +18,7 @@ struct Functions {
 };
 
 /// Is called by each of them.
-inline void (*s_probe)() = nullptr;
+void probe();
 
 /// The table of one compilation.
 [[nodiscard]] const Functions& plain_functions();
