@@ -1,7 +1,7 @@
 // Reading the tool's command table: what the manual page and the shells' completions are made of.
 #pragma once
 
-#include "command.h"
+#include "arguments.h"
 
 #include <string>
 #include <string_view>
@@ -17,8 +17,6 @@ struct NamedCommand {
 
 /// Every command but the root, each before its children, in the order of the help text.
 [[nodiscard]] std::vector<NamedCommand> all_commands();
-
-[[nodiscard]] std::vector<std::string> split(std::string_view text, char separator);
 
 /// "-o" and "--output" of "-o,--output".
 [[nodiscard]] inline std::vector<std::string> spellings(const Option& option) { return split(option.name, ','); }

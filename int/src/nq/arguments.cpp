@@ -13,16 +13,6 @@ namespace nq {
 
 namespace {
 
-std::vector<std::string> split(std::string_view text, char separator) {
-    std::vector<std::string> parts;
-    for (std::size_t begin = 0; begin <= text.size();) {
-        const std::size_t end = std::min(text.find(separator, begin), text.size());
-        parts.emplace_back(text.substr(begin, end - begin));
-        begin = end + 1;
-    }
-    return parts;
-}
-
 // "-o,--output" -> "output", "FILE" -> "FILE"
 std::string key_of(const Option& option) {
     const std::string longest = split(option.name, ',').back();
@@ -200,6 +190,16 @@ const std::string& Arguments::value(const char* name) const {
     static const std::string none;
     const std::vector<std::string>& all = values(name);
     return all.empty() ? none : all.back();
+}
+
+std::vector<std::string> split(std::string_view text, char separator) {
+    std::vector<std::string> parts;
+    for (std::size_t begin = 0; begin <= text.size();) {
+        const std::size_t end = std::min(text.find(separator, begin), text.size());
+        parts.emplace_back(text.substr(begin, end - begin));
+        begin = end + 1;
+    }
+    return parts;
 }
 
 }  // namespace nq

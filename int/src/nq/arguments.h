@@ -4,6 +4,7 @@
 #include "command.h"
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace nq {
@@ -19,5 +20,8 @@ struct Invocation {
 /// In       `words`: the arguments without the program's name, UTF-8.
 /// Errors   "error.nq.usage".
 [[nodiscard]] Invocation parse_command_line(std::vector<std::string> words, const Command& root);
+
+/// The parts between separators: "-o" and "--output" of "-o,--output".
+[[nodiscard]] std::vector<std::string> split(std::string_view text, char separator);
 
 }  // namespace nq
