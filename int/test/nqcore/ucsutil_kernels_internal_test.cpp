@@ -139,7 +139,7 @@ void expect_like_scalar(const ConvertKernel<In, Out>& row, const ConvertKernel<I
         }
         Measurement<In> counted{source.begin(), source.end(), 1000};
         row.measure(counted);
-        expect_whole(counted.in, counted.units - 1000);
+        expect_whole(counted.in, static_cast<std::size_t>(counted.units - 1000));
     });
 }
 
