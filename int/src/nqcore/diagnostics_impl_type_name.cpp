@@ -98,7 +98,8 @@ private:
             skip_blanks();
             // A blank before it separates nothing any longer when no word follows.
             if (m_rest.empty() || !is_word(m_rest.front())) {
-                trim(m_begin);
+                const Open* const list = innermost();
+                trim(list == nullptr ? m_begin : list->argumentBegin);
             }
         } else {
             const auto* const found = std::ranges::find(s_namespaces, word, &Replacement::from);

@@ -335,6 +335,7 @@ TEST(TypeName, IsCleaned) {
         {"f(int)::{lambda(auto:1)#1}::operator()<std::vector<int, std::allocator<int> > >",
          "f(int)::{lambda(auto:1)#1}::operator()<std::vector<int>>"},
         {"f<a->b, 1>", "f<a->b, 1>"},
+        {"f<a, enum>", "f<a, >"},  // the blank behind the comma stays
         // Cut or out of order.
         {"std::vector<int, std::allocator<", "std::vector<int, std::allocator<"},
         {"a>>b<(>", "a>>b<(>"},
