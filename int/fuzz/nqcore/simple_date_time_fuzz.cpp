@@ -63,7 +63,9 @@ void check_text(string_view text) {
     }
     // Tries every place where the UTC text could end; with the right one both readings agree.
     bool isReadable = false;
-    for (std::size_t at = 0; at <= text.size(); ++at) {
+    // A "Z" at the end is the designator, even where the UTC text is too short without it: "20200301T00:Z" is none.
+    const bool endsWithZ = text.ends_with('Z') || text.ends_with('z');
+    for (std::size_t at = 0; at <= text.size() - (endsWithZ ? 1 : 0); ++at) {
         const std::string designator(text.substr(at));
         const bool isUtc = designator.empty() || designator == "Z" || designator == "z";
         const bool isOffset = designator.starts_with('+') || designator.starts_with('-');
