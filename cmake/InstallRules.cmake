@@ -37,14 +37,19 @@ if(WIN32)
     install(FILES ${NQCORE_RUNTIME_DLLS} DESTINATION ${CMAKE_INSTALL_BINDIR})
     install(FILES "${ACE_LIBRARY}" DESTINATION ${CMAKE_INSTALL_LIBDIR})
     install(DIRECTORY "${ACE_INCLUDE_DIR}/ace" DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
-    install(DIRECTORY "${NQCORE_ACE_ROOT}/share/doc/ace" DESTINATION ${CMAKE_INSTALL_DATADIR}/doc)
-    # The terms of what is carried along: of the compiler's runtime with the exception that lets it be, and of winpthreads.
-    foreach(carried gcc-mingw-w64-base mingw-w64-common)
-        install(FILES "/usr/share/doc/${carried}/copyright" DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${carried} OPTIONAL)
-    endforeach()
-    foreach(licence GPL-3 LGPL-2.1)
-        install(FILES "/usr/share/common-licenses/${licence}" DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/licences OPTIONAL)
-    endforeach()
+    install(FILES "${PROJECT_SOURCE_DIR}/packaging/win32/i686-w64-mingw32.cmake"
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/nqcore)
+
+    # nq_licence(NAME FILE): the terms of something that is carried along, or whose headers are compiled in.
+    function(nq_licence name file)
+        install(FILES "${file}" DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/nqcore/licences RENAME "${name}.txt")
+    endfunction()
+    nq_licence(ACE "${NQCORE_ACE_ROOT}/share/doc/ace/COPYING")
+    nq_licence(GCC /usr/share/doc/gcc-mingw-w64-i686-posix-runtime/copyright)
+    nq_licence(GPL-3 /usr/share/common-licenses/GPL-3)
+    nq_licence(mingw-w64 /usr/share/doc/mingw-w64-common/copyright)
+    nq_licence(CLI11 /usr/share/doc/libcli11-dev/copyright)
+    nq_licence(nlohmann-json /usr/share/doc/nlohmann-json3-dev/copyright)
 endif()
 
 # Views for debuggers. gdb loads NAME-gdb.py by itself with the library whose full name it has.

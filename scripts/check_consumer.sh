@@ -1,14 +1,13 @@
 #!/bin/bash
-# check_consumer.sh linux|win32 [PREFIX]
-# Uses what is installed in PREFIX as a stranger would: the projects of examples/ are configured with find_package and run,
-# examples/consumer is compiled a second time by hand with pkg-config; the installed nq is started. Without PREFIX the
-# built tree is installed into a temporary one first.
+# check_consumer.sh linux|win32
+# Installs the built tree into a temporary folder and uses it as a stranger would: the projects of examples/ are configured
+# with find_package and run, examples/consumer is compiled a second time by hand with pkg-config; nq is started.
 set -euo pipefail
 target=$1
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-prefix=${2:-$work/prefix}
+prefix=$work/prefix
 flags=(-std=c++20 -Wall -Wextra -Werror)
 
 case $target in
@@ -36,7 +35,7 @@ expect() {
     diff -u "$wanted" "$work/output"
 }
 
-[ $# = 2 ] || cmake --install "$root/build/$target" --prefix "$prefix"
+cmake --install "$root/build/$target" --prefix "$prefix"
 cp -r "$root/examples" "$work/examples"
 
 for project in "$work"/examples/*/CMakeLists.txt; do

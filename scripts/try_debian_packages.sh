@@ -40,6 +40,9 @@ for file in usr/share/man/man1/nq.1.gz usr/share/bash-completion/completions/nq 
     [ -s "$clean/$file" ] || { echo "missing: /$file" >&2; exit 1; }
 done
 
+echo "--- guide and reference"
+"$root/scripts/docs/check_links.py" "$clean/usr/share/doc/nqcore-doc/html"
+
 echo "--- removing"
 inside sh -c 'apt-get purge -q -y "*nqcore*" "libnqmoduleregistry*" && apt-get autoremove -q -y --purge'
 inside dpkg-query -W -f '${Package}\n' | sort > "$clean/root/after"

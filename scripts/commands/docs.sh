@@ -8,6 +8,7 @@ while [ $# -gt 0 ]; do
     shift
 done
 need_packages base docs || finish
+[ -z "$check" ] || need_packages docs-check || finish
 site=$root/build/docs/site
 mkdir -p "$root/build/docs"
 build linux "the tool's manual" manual

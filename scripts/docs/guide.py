@@ -14,8 +14,9 @@ from page import relative
 PAGES = [("errors", "Errors"), ("async", "Asynchronous results"), ("time", "Time"), ("clocks", "Clocks"),
          ("text", "Text"), ("identifiers", "Identifiers"), ("processor", "Processor"),
          ("scheduling", "Priorities and affinity"), ("diagnostics", "Diagnostics"), ("process", "Process"),
-         ("lifetime", "Start and stop"), ("formats", "Text formats"), ("porting", "Porting"),
-         ("performance", "Performance"), ("architecture", "Architecture"), ("versions", "Versions")]
+         ("lifetime", "Start and stop"), ("integration", "With other tools"), ("formats", "Text formats"),
+         ("porting", "Porting"), ("performance", "Performance"), ("architecture", "Architecture"),
+         ("packages", "Packages"), ("versions", "Versions")]
 GENERATED = [("guide/error-codes.html", "Error codes"), ("guide/nq.html", "The tool nq"),
              ("guide/changes.html", "Changes")]
 EXTENSIONS = ["tables", "fenced_code", "toc", "codehilite", "sane_lists"]

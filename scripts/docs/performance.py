@@ -4,12 +4,8 @@ import json
 import sys
 
 
-def measured(root):
-    """The table, or a note that there was no run here."""
-    files = sorted((root / "build/bench/results").glob("*.json"))
-    if not files:
-        return ("<p>No benchmark was run in this tree before the pages were made; <code>./dev bench</code>, then "
-                "<code>./dev docs</code> puts its figures here.</p>")
+def measured(root, files):
+    """The table of the run whose results are in `files`."""
     sys.path.insert(0, str(root / "scripts"))
     import bench_report    # noqa: PLC0415  its folder is only known here
     context = json.loads(files[0].read_text())["context"]
@@ -28,6 +24,10 @@ def measured(root):
 
 
 def add_to(site, root):
+    """Adds the table to the page; nothing where no benchmark was run."""
+    files = sorted((root / "build/bench/results").glob("*.json"))
+    if not files:
+        return
     title, body = site.pages["guide/performance.html"]
-    body += '<h2 id="last-run">The last run in this tree</h2>' + measured(root)
+    body += '<h2 id="last-run">The last run in this tree</h2>' + measured(root, files)
     site.pages["guide/performance.html"] = (title, body)
