@@ -1,12 +1,13 @@
 #!/usr/bin/env python3
 """Breaks the library on purpose, a little at a time, and reports which breaks no test notices.
 
-    scripts/mutate.py [--count N] [--seed S] [--only REGEX] [--list] [--report]
+    scripts/mutate.py [--count N | --each N] [--seed S] [--only REGEX] [--list] [--report]
 
 Each mutant is one small change of one line: a comparison, a sign, a constant, a condition, `&&`, a statement left out.
-Only that object is compiled, the library linked, and the tests of that source run until one fails. The work is done in
-a copy of the tree, build/mutate/source; an interrupted run goes on where it was, and a mutant is tried anew only when
-its source or one of its tests has changed.
+Only that object is compiled, the library linked, and the tests of that source run until one fails. A change of a public
+header is compiled into those tests alone, as its users would compile it: half the library includes refcounted.h. The
+work is done in a copy of the tree, build/mutate/source; an interrupted run goes on where it was, and a mutant is tried
+anew only when its source or one of its tests has changed.
 
 caught      a test fails, hangs or crashes, or a static_assert does not hold
 survived    no test noticed: a test is missing, the code is not needed, or the change changes nothing
@@ -60,7 +61,7 @@ TESTS = {
     LIBRARY + "error_code.cpp": "error_code_test " + ERRORS,
     LIBRARY + "error_composer.cpp": "error_composer_test " + ERRORS,
     LIBRARY + "error_errno.cpp": "errno_names_test error_exception_test " + ERRORS,
-    LIBRARY + "error_exception.cpp": "error_exception_test error_info_test error_memory_internal_test",
+    LIBRARY + "error_exception.cpp": "error_exception_test stack_trace_test error_info_test error_memory_internal_test",
     LIBRARY + "error_from_exception.cpp": "error_exception_test error_info_test",
     LIBRARY + "error_info.cpp": ERRORS + " error_memory_internal_test",
     LIBRARY + "error_info_trace.cpp": "error_info_test",
@@ -72,7 +73,8 @@ TESTS = {
     PUBLIC + "refcounted.h": "refcounted_test refcount_model_test refcount_guard_test",
     PUBLIC + "refcount_guard.h": "refcount_guard_test refcount_model_test",
     PUBLIC + "weak_ref_ptr.h": "refcount_guard_test refcount_model_test",
-    PUBLIC + "error_params.h": "error_params_test error_composer_test",
+    PUBLIC + "atomic_op.h": "atomic_op_test refcounted_test",
+    PUBLIC + "error_params.h": "error_params_test error_memory_internal_test error_composer_test",
 }
 
 # (what it is called, what it matches, what it becomes). Binary operators stand between blanks; brackets do not.
@@ -174,7 +176,8 @@ def build(targets):
     environment = dict(os.environ)
     if "CCACHE_BASEDIR" in environment:
         environment["CCACHE_BASEDIR"] = str(COPY)
-    return run(["cmake", "--build", str(TREE), "-j", "1", "--target", *targets], BUILD_SECONDS, env=environment, cwd=COPY)
+    command = ["cmake", "--build", str(TREE), "-j", "1", "--target", *targets]
+    return run(command, BUILD_SECONDS, env=environment, cwd=COPY)
 
 
 def prepare(tests):
@@ -198,11 +201,19 @@ def run_tests(tests):
     return None
 
 
-def targets_of(name, tests):
-    """What has to be built for a change of `name`. What users compile themselves stands in every test."""
-    if name.startswith(PUBLIC) or name.endswith(".h"):
-        return ["nqcore", *tests]
-    return ["nqcore", *(test for test in tests if test.endswith("_internal_test"))]
+def build_for(name, tests):
+    """Builds what a change of `name` needs; (status, output) of the step that fails, or of the last."""
+    if not name.startswith(PUBLIC):
+        internal = [test for test in tests if name.endswith(".h") or test.endswith("_internal_test")]
+        return build(["nqcore", *internal])
+    for test in tests:
+        _, commands = run(["ninja", "-C", str(TREE), "-t", "commands", test], BUILD_SECONDS)
+        for command in commands.splitlines():
+            if f"/{test}.cpp.o" in command:    # its object, then its program
+                status, output = run(["sh", "-c", command], BUILD_SECONDS, cwd=TREE)
+                if status != 0:
+                    return status, output
+    return 0, ""
 
 
 def try_mutant(mutant, tests):
@@ -210,16 +221,20 @@ def try_mutant(mutant, tests):
     lines = (ROOT / mutant["file"]).read_text().split("\n")
     lines[mutant["line"] - 1] = mutant["text"]
     copy.write_text("\n".join(lines))
-    status, output = build(targets_of(mutant["file"], tests))
-    if status != 0:
-        return ("caught", "static_assert") if "static assertion failed" in output else ("refused", "")
-    by = run_tests(tests)
-    return ("caught", by) if by else ("survived", "")
+    # Tests that have to be compiled are taken one by one: the first mostly notices.
+    steps = [[test] for test in tests] if mutant["file"].startswith(PUBLIC) else [tests]
+    for step in steps:
+        status, output = build_for(mutant["file"], step)
+        if status != 0:
+            return ("caught", "static_assert") if "static assertion failed" in output else ("refused", "")
+        if by := run_tests(step):
+            return "caught", by
+    return "survived", ""
 
 
 def check_unchanged(name, tests):
     copy_tree()
-    status, output = build(targets_of(name, tests))
+    status, output = build(["nqcore", *tests])
     test = run_tests(tests) if status == 0 else output
     if test:
         sys.exit(f"without any change: {test}")
@@ -265,6 +280,7 @@ def report(rows):
 def main():
     options = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     options.add_argument("--count", type=int, help="a sample of so many (all)")
+    options.add_argument("--each", type=int, help="a sample of so many of each source")
     options.add_argument("--seed", type=int, default=1, help="which sample")
     options.add_argument("--only", default="", help="sources whose names match")
     options.add_argument("--seconds", type=int, default=10**9, help="stop after so long")
@@ -272,7 +288,12 @@ def main():
     options.add_argument("--report", action="store_true", help="only report what is known of it")
     chosen = options.parse_args()
 
-    mutants = [mutant for name in TESTS if re.search(chosen.only, name) for mutant in mutants_of(name)]
+    mutants = []
+    for name in (name for name in TESTS if re.search(chosen.only, name)):
+        found = list(mutants_of(name))
+        if chosen.each is not None and chosen.each < len(found):
+            found = random.Random(f"{chosen.seed} {name}").sample(found, chosen.each)
+        mutants += found
     if chosen.count is not None and chosen.count < len(mutants):
         mutants = random.Random(chosen.seed).sample(mutants, chosen.count)
     mutants.sort(key=lambda mutant: (mutant["file"], mutant["line"]))

@@ -116,7 +116,7 @@ bool read_named(std::string_view text, double& value) noexcept {
     }
     std::string_view tail = text.substr(3);
     if (!tail.empty()) {
-        if (tail.size() < 2 || tail.front() != '(' || tail.back() != ')') {
+        if (tail.front() != '(' || tail.back() != ')') {
             return false;
         }
         tail = tail.substr(1, tail.size() - 2);
@@ -132,34 +132,9 @@ bool read_named(std::string_view text, double& value) noexcept {
 
 // Tells a number that is too large for a double from one that is too small, which `from_chars` does not.
 //
-// In       `text`: a number other than 0 that is one of the two, without sign and prefix.
-bool is_too_large(std::string_view text, bool hex) noexcept {
-    constexpr int enough = 1'000'000;
-    const char exponentLetter = hex ? 'p' : 'e';
-    // Places of the first digit that is not 0 before (positive) or behind the point, each worth `perDigit`.
-    int places = 0;
-    bool seenPoint = false;
-    bool seenDigit = false;
-    std::size_t at = 0;
-    for (; at < text.size() && kernels::lower_ascii(text[at]) != exponentLetter; ++at) {
-        if (text[at] == '.') {
-            seenPoint = true;
-            continue;
-        }
-        seenDigit = seenDigit || text[at] != '0';
-        places += seenPoint ? (seenDigit ? 0 : -1) : (seenDigit ? 1 : 0);
-    }
-    const int perDigit = hex ? 4 : 1;
-    int exponent = 0;
-    bool negative = false;
-    for (++at; at < text.size(); ++at) {
-        negative = negative || text[at] == '-';
-        if (is_digit(text[at]) && exponent < enough) {
-            exponent = exponent * 10 + (text[at] - '0');
-        }
-    }
-    return places * perDigit + (negative ? -exponent : exponent) > 0;
-}
+// In       `text`: a number other than 0 that is one of the two. The digits of so short a text span less than a double's
+//          range, so that only the exponent can have led out of it.
+bool is_too_large(std::string_view text) noexcept { return text.find('-') == text.npos; }
 
 bool read_unsigned(std::string_view text, bool hex, double& value) noexcept {
     const char* const end = text.data() + text.size();
@@ -169,7 +144,7 @@ bool read_unsigned(std::string_view text, bool hex, double& value) noexcept {
         return false;
     }
     if (code == std::errc::result_out_of_range) {
-        value = is_too_large(text, hex) ? std::numeric_limits<double>::infinity() : 0.0;
+        value = is_too_large(text) ? std::numeric_limits<double>::infinity() : 0.0;
         return true;
     }
     return code == std::errc();

@@ -6,6 +6,8 @@
 
 #include <gmock/gmock.h>
 #include <algorithm>
+#include <array>
+#include <bit>
 #include <cmath>
 #include <sstream>
 
@@ -70,7 +72,8 @@ TEST(AbsRelTime, InfiniteConvertsToMarkersOfEachForm) {
     EXPECT_TRUE(std::isinf(infinite.as_sec()));
     EXPECT_TRUE(infinite.as_timeval_sec() == 2147483647 && infinite.as_timeval_usec() == 2147483647);
     EXPECT_EQ(infinite.as_filetime().dwLowDateTime, 0xFFFFFFFFu);
-    EXPECT_EQ(infinite.as_systemtime().wYear, 30827);
+    EXPECT_THAT((std::bit_cast<std::array<unsigned short, 8>>(infinite.as_systemtime())),
+                ElementsAre(30827, 12, 5, 31, 23, 59, 59, 999));
     // The value below is an ordinary number; all divisions truncate toward zero.
     EXPECT_EQ(AbsoluteTime::max_time.as_usec(), 9'223'372'036'854'775);
     EXPECT_EQ(AbsoluteTime::min_time.as_msec(), -9'223'372'036'854);

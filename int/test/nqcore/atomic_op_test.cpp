@@ -24,6 +24,10 @@ TYPED_TEST(AtomicOpTest, ReturnsWhatItPromisesAndWrapsRound) {
     EXPECT_EQ(Op::compare_exchange(&value, 8, 4), TypeParam{3}) << "comparand differs: no store";
     EXPECT_EQ(Op::compare_exchange(&value, 8, 3), TypeParam{3}) << "previous value, not the new one";
     EXPECT_EQ(Op::read(&value), TypeParam{8});
+    for (const TypeParam kept : {TypeParam{0}, TypeParam{1}}) {
+        Op::write(&value, kept);
+        EXPECT_TRUE(Op::read(&value) == kept && value == kept && Op::increment(&value) == kept + 1);
+    }
     Op::write(&value, Limits::max());
     EXPECT_EQ(Op::increment(&value), Limits::min());
     EXPECT_EQ(Op::sub(&value, 1), Limits::max());

@@ -71,6 +71,7 @@ TEST(Cpu, DerivesTheTopologyFromApicIds) {
         {"gaps", machine(true, 1, 4, {0xF0, 0xF8, 0xF9}), "15.0.0 15.4.0 15.4.1 | 0 1| 0| 0 1 2"},
         {"ids that collide", machine(true, 1, 2, {3, 3}), "0.1.1 0.1.1 | 0| 0| 0 1"},
         {"shifts beyond the id", machine(true, 15, 15, {5, 9}), "0.0.5 0.0.9 | 0| 0| 0 1"},
+        {"shifts the wrong way round", machine(true, 2, 1, {7}), "3.0.1 | 0| 0| 0"},
         {"AMD: every processor is a core", machine(false, 0, 1, {0, 1, 2, 3}),
          "0.0.0 0.1.0 1.0.0 1.1.0 | 0 1 2 3| 0 2| 0 2 1 3"},
         {"none", {}, "|||"},

@@ -78,6 +78,7 @@ TEST(ErrorCode, AppendSegment) {
     own.append_segment(own.value().data());
     EXPECT_TRUE(own == "error.a.error.a");
     EXPECT_THROW(own.append_segment("x", 0x80000000u), std::length_error);
+    EXPECT_THROW(own.append_segment("x", ErrorCode::npos - 2), std::length_error);
     EXPECT_TRUE(own == "error.a.error.a");
 }
 
@@ -87,6 +88,8 @@ TEST(ErrorCode, FromErrno) {
     errno = ERANGE;
     EXPECT_TRUE(ErrorCode::from_errno() == error::errno_ERANGE);
     EXPECT_TRUE(ErrorCode::from_errno(0).empty()) << "success has a message and no code";
+    constexpr long wide = sizeof(long) == 4 ? 1'000'000 : static_cast<long>((1ll << 32) + ENOENT);
+    EXPECT_EQ(ErrorCode::from_errno(wide).value().view(), "error.errno." + std::to_string(wide)) << "not cut";
 }
 
 TEST(ErrorCatalogue, EveryConstantHasItsTextOnce) {

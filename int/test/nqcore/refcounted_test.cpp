@@ -45,6 +45,9 @@ using Policies = testing::Types<AtomicRefCount, NonAtomicRefCount>;
 TYPED_TEST_SUITE(RefCounting, Policies);
 
 TYPED_TEST(RefCounting, EveryWayInAndOutKeepsTheCount) {
+    TypeParam count(1);
+    EXPECT_TRUE(count.increment_unless_zero() && !count.subtract(1) && count.subtract(1));
+    EXPECT_FALSE(count.increment_unless_zero() || count.has_refs()) << "what is gone stays gone";
     using Object = typename TestFixture::Tracked;
     using Ptr = RefCountPtr<Object>;
     auto* const raw = new Object(&this->alive);

@@ -34,10 +34,19 @@ TEST(SafeCast, SaysWhatDoesNotFit) {
                                        "DestType: short")));
     EXPECT_THAT(cast_of<unsigned>(18446744073709551615ull), ThrowsError(HasParam("srcValue", "18446744073709551615")));
     EXPECT_THAT(cast_of<bool>(2), ThrowsError(HasParam("destType", "bool")));
-    try {
-        cast_of<unsigned>(-1)();
-    } catch (const ErrorException& exception) {
-        EXPECT_EQ(exception.error()->location().file_path(), "//nqcore/int/src/nqcore/safe_cast.cpp");
+    const std::pair<std::function<void()>, const char*> raisers[] = {
+        {cast_of<unsigned>(-1), "negative_to_unsigned"},
+        {cast_of<int>(4000000000u), "sign_reversal"},
+        {cast_of<short>(-32769), "value_truncated"},
+    };
+    for (const auto& [raise, function] : raisers) {
+        try {
+            raise();
+        } catch (const ErrorException& exception) {
+            const SourceLocation& location = exception.error()->location();
+            EXPECT_EQ(location.function().view(), std::string("nqcore::impl::safe_cast_throw_") + function + "()");
+            EXPECT_EQ(location.file_path(), "//nqcore/int/src/nqcore/safe_cast.cpp");
+        }
     }
 }
 

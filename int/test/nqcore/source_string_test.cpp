@@ -27,7 +27,7 @@ TEST(SourceString, StorageFollowsTheConstructor) {
         {SourceString(s_literal, SourceString::npos - 1, true), "a literal", true},
         {SourceString(buffer.c_str(), false), buffer, false},
         {SourceString(buffer.c_str(), 7), "dynamic", false},
-        {SourceString(buffer.c_str(), SourceString::npos), buffer, false},
+        {SourceString(buffer.c_str(), SourceString::npos - 1), buffer, false},
         {SourceString("a\0b", 3), std::string("a\0b", 3), false},
         {SourceString(nullptr, 5, false), "", true},
         {SourceString::create_copy(std::string_view(buffer)), buffer, false},

@@ -44,16 +44,17 @@ struct CleanupQueue : testing::Test {
 TEST_F(CleanupQueue, RunsBackwardsAndClosesWhenNothingIsLeft) {
     static CleanupQueue* s_test;
     s_test = this;
-    add("A");
-    add("B", &fail);
-    add("C", [](void* name) {
+    const auto addMore = [](void* name) {
         note(name);
         s_test->add("x", &fail);
         s_test->add("y");
-    });
+    };
+    add("A", addMore);  // the last one: the queue is still open
+    add("B", &fail);
+    add("C", addMore);
     EXPECT_TRUE(s_done.empty() && !queue.is_closed());
     s_close();
-    EXPECT_EQ(s_done, "CyxBA");
+    EXPECT_EQ(s_done, "CyxBAyx");
     EXPECT_TRUE(queue.is_closed());
     EXPECT_THAT(
         [&] { add("E"); },
@@ -61,7 +62,7 @@ TEST_F(CleanupQueue, RunsBackwardsAndClosesWhenNothingIsLeft) {
                           HasMessage("Cannot register objects for cleanup after object manager has already been "
                                      "closed"))));
     s_close();
-    EXPECT_EQ(s_done, "CyxBA");
+    EXPECT_EQ(s_done, "CyxBAyx");
 }
 
 TEST_F(CleanupQueue, SaysThatNobodyWillEmptyItAndWorks) {

@@ -47,8 +47,8 @@ TEST(StringToDouble, ReadsWhatStrtodReads) {
 }
 
 TEST(StringToDouble, RefusesTheRest) {
-    for (const std::string_view text :
-         {" "sv, "."sv, "+-1"sv, "1.5 "sv, "1e+"sv, "0x."sv, "0x1p"sv, "nan(-)"sv, "1\0"sv, "\xC2\xA0\x31"sv}) {
+    for (const std::string_view text : {" "sv, "."sv, "+-1"sv, "1.5 "sv, "1e+"sv, "0x."sv, "0x1p"sv, "nan("sv, "nan)"sv,
+                                        "nan(-)"sv, "1\0"sv, "\xC2\xA0\x31"sv}) {
         SCOPED_TRACE(testing::PrintToString(text));
         Error error;
         EXPECT_TRUE(std::isnan(string_to<double>(text, &error)));

@@ -29,6 +29,7 @@ TEST(Transforms, KnownTexts) {
     EXPECT_EQ(Base32::decode("MZXW6YTBOI======"), "foobar");
     EXPECT_EQ(Base64::encode(static_cast<const char*>(nullptr)) + Base64::encode({nullptr, 0}), "");
     EXPECT_EQ(Base64::decode({}, nullptr), 0u);
+    EXPECT_EQ(Base64::decoded_size("Zm9v\r\nYmFy\n", {.allowLineBreaks = true}), 6u);
 }
 
 TEST(Transforms, EveryLengthIntoRoomOfExactlyTheRightSize) {
@@ -72,6 +73,8 @@ struct FaultCase {
 const FaultCase s_faults[] = {
     {Transform::hex, "66\n6f", "invalid", "2", "\\x0a"},
     {Transform::hex, "abc", "truncated", "3"},
+    {Transform::base64, "Zg", "truncated", "2"},
+    {Transform::base64, "Z===", "truncated", "4"},
     {Transform::base64, "Zm9v\xC1m9v", "invalid", "4", "\\xc1"},
     {Transform::base64, "Zg" + std::string(258, '='), "truncated", "260"},
     {Transform::base64, "Zg==Zg==", "padding", "4", "Z"},
@@ -104,9 +107,14 @@ TEST(TransformDecoder, TellsHowFarItCame) {
     decoder.update("Zm9vYm", bytes);
     EXPECT_EQ(bytes, "before foo");
     EXPECT_EQ(decoder.offset(), 6u);
+    EXPECT_EQ(decoder.max_update_size(6), 6u);
     // The bytes in front of what is wrong are there.
     EXPECT_THAT([&] { decoder.update("FyYmF6*", bytes); }, ThrowsError(HasParam("stringPos", "12")));
     EXPECT_EQ(bytes, "before foobarbaz");
+    // Padding in an earlier piece: no whole groups behind it.
+    decoder = TransformDecoder(Transform::base64);
+    decoder.update("=", bytes);
+    EXPECT_THAT([&] { decoder.update(std::string(256, 'Z'), bytes); }, ThrowsError(HasParam("stringPos", "1")));
     // Ready for another text when finished.
     decoder = TransformDecoder(Transform::hex);
     for (const char* const text : {"66", "6f"}) {
@@ -126,8 +134,10 @@ TEST(Transforms, AppendFromTheSameString) {
     TransformEncoder encoder(Transform::hex);
     encoder.update(text, text);
     TransformDecoder decoder(Transform::hex);
-    decoder.update(std::string_view(text).substr(28), text);
-    EXPECT_EQ(text.substr(28 + 56), "foobarMZXW6YTBOI======foobar");
+    // From the start of a string without room: memory that it leaves behind is overwritten there first.
+    std::string digits(text, 28);
+    decoder.update(digits, digits);
+    EXPECT_EQ(digits.substr(56), "foobarMZXW6YTBOI======foobar");
 }
 
 TEST(Transforms, SizesThatCannotBe) {

@@ -103,6 +103,8 @@ TEST(ToUtf8, IsMadeOrRefused) {
         expect_conversion(s_ucs4ToUtf8, std::u32string{U'\x7FFFFFFF', bad, U'z'}, "\xFD\xBF\xBF\xBF\xBF\xBF?z"s, 1,
                           s_invalidUcs4, "ucs4_to_utf8");
     }
+    const unsigned large = 0x80000000;
+    EXPECT_EQ(ucs4_to_utf8(&large, 1, nullptr, 0, 0, nullptr), 6u) << "counted, though writing refuses it";
 }
 
 TEST(Conversion, OfATerminatedTextIncludesTheTerminatorAndOfNothingIsNothing) {

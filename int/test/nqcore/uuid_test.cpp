@@ -61,7 +61,9 @@ TEST(UuidText, ReadsOrExplains) {
     const auto isRefusal = AllOf(HasCode("error.nqcore.uuid.parse"), HasMessage("Failed to parse UUID from string"),
                                  HasCause(AllOf(HasCode("error.errno.EINVAL"), HasParam("errno", "22"))));
     for (const std::string_view text :
-         {"", "00000000 0000-0000-0000-000000000000", "{00000000-0000-0000-0000-000000000000)",
+         {"", "00000000 0000-0000-0000-000000000000", "00000000-0000 0000-0000-000000000000",
+          "00000000-0000-0000 0000-000000000000", "00000000-0000-0000-0000 000000000000",
+          "{00000000-0000-0000-0000-000000000000)", "(00000000-0000-0000-0000-000000000000}",
           "{0000000000000000000000000000000000}"}) {
         Uuid kept = s_uuid;
         const ErrorInfo::Ptr error = read(text, kept);

@@ -62,6 +62,18 @@ TEST(ScrubStreams, EndlessInputEndsWithAFailureToWrite) {
     ::close(full);
 }
 
+TEST(Output, IsLeftAloneOnceItHasFailed) {
+    const int file = ::open("/dev/full", O_WRONLY | O_CLOEXEC);
+    nq::Output out(file, "a device");
+    out.write("text");
+    EXPECT_ANY_THROW(out.flush());
+    const std::string name = "nq_scrub_streams_test.out";
+    const nq::Output after(name);
+    ::dup2(::open(name.c_str(), O_WRONLY | O_CLOEXEC), file);
+    out.flush();
+    EXPECT_EQ(content_of(name), "");
+}
+
 TEST(ScrubStreams, LinesComeOutAsTheyComeIn) {
     for (const char* const jobs : {"1", "4"}) {
         Pipe log;

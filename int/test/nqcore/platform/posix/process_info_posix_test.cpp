@@ -64,8 +64,8 @@ TEST(Environment, TakesItAsItIs) {
     std::string text;
     std::string expanded;
     for (int times = 1; times <= 10; ++times) {  // many references are looked up in another way
-        text += "%NQ_EMPTY%%NQ_TWICE%%NQ_BYTES%%nq_twice%%=C:%%no variable%";
-        expanded += "1\xFF\xC3%nq_twice%%=C:%%no variable%";
+        text += "%NQ_EMPTY%%NQ_TWICE%%NQ_BYTES%%nq_twice%%=C:%%no variable%%%";
+        expanded += "1\xFF\xC3%nq_twice%%=C:%%no variable%%%";
         EXPECT_EQ(expand_environment_variables(text), expanded);
     }
     environ = nullptr;
