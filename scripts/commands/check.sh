@@ -27,6 +27,19 @@ check_budget() {
     configure linux
     try_step budget "header budget" "$root/scripts/check_headers.py" budget || return 1
     sed 's/^/        /' "$log_folder/budget.log"
+    build linux "the library" nqcore
+    try_step size "size of the stripped library" check_size || return 1
+    sed 's/^/        /' "$log_folder/size.log"
+}
+
+check_size() {
+    local limit=700 stripped size
+    stripped=$(mktemp)
+    strip -o "$stripped" "$root/build/linux/lib/libnqcore.so"
+    size=$(stat -c %s "$stripped")
+    rm "$stripped"
+    echo "$((size / 1024)) KiB of $limit"
+    [ "$size" -le $((limit * 1024)) ]
 }
 
 check_manual() {
