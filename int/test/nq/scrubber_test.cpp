@@ -119,9 +119,10 @@ std::string random_text(std::mt19937& random, std::size_t length) {
     std::string text;
     const std::size_t kinds = 1 + random() % 4;
     std::string_view chosen[4];
-    std::generate_n(chosen, kinds, [&] { return s_pieces[random() % s_pieces.size()]; });
+    const auto any = [&random]() -> std::string_view { return s_pieces[random() % s_pieces.size()]; };
+    std::generate_n(chosen, kinds, any);
     while (text.size() < length) {
-        text += random() % 16 == 0 ? s_pieces[random() % s_pieces.size()] : chosen[random() % kinds];
+        text += random() % 16 == 0 ? any() : chosen[random() % kinds];
     }
     return text;
 }
