@@ -20,11 +20,19 @@ set_up_win32() {
     try_step wine-start "starting Wine" "$win32/wine-run" --prepare
 }
 
+# What the benchmarks of win32 need besides; linux has it as a package.
+set_up_win32_benchmark() {
+    local script=$root/scripts/win32/build-benchmark.sh
+    [ -f "$("$script" --where)/.complete" ] ||
+        try_step benchmark "building Google Benchmark for win32, once, into the cache" "$script"
+}
+
 # What a configured tree depends on besides the CMake files, which ninja watches.
 configuration_of() {
     echo "$root"
     sha256sum < "$root/CMakePresets.json"
-    [ "$1" != win32 ] || "$root/scripts/win32/build-ace.sh" --where
+    [[ $1 != *win32 ]] || "$root/scripts/win32/build-ace.sh" --where
+    [ "$1" != bench-win32 ] || "$root/scripts/win32/build-benchmark.sh" --where
 }
 
 # configure TREE: TREE is a preset. Does nothing in a tree that is configured.
@@ -43,13 +51,13 @@ build() {
     step "build-$tree" "building $what for $tree" cmake --build "$root/build/$tree" -j "$jobs" --target "$@"
 }
 
-# run_program TARGET PROGRAM ARGUMENTS...: PROGRAM of that target's tree, through Wine where it must be.
+# run_program TREE PROGRAM ARGUMENTS...: PROGRAM of that tree, through Wine where it must be.
 run_program() {
-    local target=$1 program=$2
+    local tree=$1 program=$2
     shift 2
-    if [ "$target" = win32 ]; then
-        "$root/scripts/win32/wine-run" "$root/build/win32/bin/$program.exe" "$@"
+    if [[ $tree = *win32 ]]; then
+        "$root/scripts/win32/wine-run" "$root/build/$tree/bin/$program.exe" "$@"
     else
-        "$root/build/$target/bin/$program" "$@"
+        "$root/build/$tree/bin/$program" "$@"
     fi
 }

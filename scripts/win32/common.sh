@@ -16,6 +16,12 @@ ace_root() {
     echo "$cache/ace-$ace_version-win32-$(recipe_id "$win32_scripts/build-ace.sh" "$toolchain" \
         "$repository/cmake/ace/CMakeLists.txt" "$repository/cmake/ace/config/ace/config.h")"
 }
+benchmark_version=1.7.1
+benchmark_source_package=1.7.1-1
+benchmark_root() {
+    echo "$cache/benchmark-$benchmark_version-win32-$(recipe_id "$win32_scripts/build-benchmark.sh" \
+        "$repository/cmake/i686-w64-mingw32.cmake")"
+}
 wine_root() { echo "$cache/wine-$(recipe_id "$win32_scripts/get-wine.sh")"; }
 
 # locked NAME COMMAND...: runs COMMAND while no other process, of this clone or another, holds NAME in the cache.
@@ -71,4 +77,19 @@ private_apt() {
         -o Dir::Cache="$folder" -o Dir::Cache::archives="$folder/archives" \
         -o APT::Sandbox::User=root -o Acquire::Languages=none -o APT::Install-Recommends=false \
         -o Debug::NoLocking=true -o Acquire::Retries=3 "$@" >&2
+}
+
+# fetch_source PACKAGE VERSION FOLDER: the original archive of a Debian source package, unpacked into FOLDER, once. Its
+# signature and hashes are apt's to check. Debian's patches stay out: none concerns what is built for win32.
+fetch_source() {
+    local package=$1 version=$2 folder=$3 apt=$scratch/apt tree=$scratch/tree
+    [ -f "$folder/.complete" ] && return
+    mkdir -p "$apt/sources" "$tree"
+    apt_source deb-src "$apt/sources"
+    private_apt "$apt" update
+    (cd "$scratch" && private_apt "$apt" --download-only source "$package=$version")
+    tar --no-same-owner -xf "$scratch/${package}_${version%-*}.orig.tar.gz" -C "$tree" --strip-components=1
+    touch "$tree/.complete"
+    rm -rf "$folder"
+    mv "$tree" "$folder"
 }
