@@ -5,18 +5,10 @@
 . "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
 build() {
-    local root=$1 source=$cache/ace-$ace_version-source result=$scratch/root
-    [ -f "$root/.complete" ] && return
+    local source=$cache/ace-$ace_version-source
+    [ -f "$1/.complete" ] && return
     fetch_source ace "$ace_source_package" "$source"
-    cmake -S "$repository/cmake/ace" -B "$scratch/build" -G Ninja \
-        -DCMAKE_TOOLCHAIN_FILE="$repository/cmake/i686-w64-mingw32.cmake" -DNQCORE_ACE_ROOT=none \
-        -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS_RELEASE="-O1 -DNDEBUG" \
-        -DACE_SOURCE_DIR="$source" -DCMAKE_INSTALL_PREFIX="$result" >&2
-    cmake --build "$scratch/build" >&2
-    cmake --install "$scratch/build" --strip > "$scratch/install.log"
-    touch "$result/.complete"
-    rm -rf "$root"
-    mv "$result" "$root"
+    install_from "$repository/cmake/ace" "$1" -DACE_SOURCE_DIR="$source" -DCMAKE_CXX_FLAGS_RELEASE="-O1 -DNDEBUG"
 }
 
 root=$(ace_root)

@@ -7,18 +7,11 @@
 . "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
 build() {
-    local root=$1 source=$cache/benchmark-$benchmark_version-source result=$scratch/root
-    [ -f "$root/.complete" ] && return
+    local source=$cache/benchmark-$benchmark_version-source
+    [ -f "$1/.complete" ] && return
     fetch_source benchmark "$benchmark_source_package" "$source"
-    cmake -S "$source" -B "$scratch/build" -G Ninja \
-        -DCMAKE_TOOLCHAIN_FILE="$repository/cmake/i686-w64-mingw32.cmake" -DNQCORE_ACE_ROOT=none \
-        -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX="$result" -DBUILD_SHARED_LIBS=OFF \
-        -DBENCHMARK_ENABLE_TESTING=OFF -DBENCHMARK_ENABLE_GTEST_TESTS=OFF -DBENCHMARK_INSTALL_DOCS=OFF >&2
-    cmake --build "$scratch/build" >&2
-    cmake --install "$scratch/build" --strip > "$scratch/install.log"
-    touch "$result/.complete"
-    rm -rf "$root"
-    mv "$result" "$root"
+    install_from "$source" "$1" -DBUILD_SHARED_LIBS=OFF \
+        -DBENCHMARK_ENABLE_TESTING=OFF -DBENCHMARK_ENABLE_GTEST_TESTS=OFF -DBENCHMARK_INSTALL_DOCS=OFF
 }
 
 root=$(benchmark_root)

@@ -93,3 +93,17 @@ fetch_source() {
     rm -rf "$folder"
     mv "$tree" "$folder"
 }
+
+# install_from SOURCE ROOT OPTIONS...: compiles a CMake project for win32 with OPTIONS; ROOT appears when it is whole.
+install_from() {
+    local source=$1 root=$2 result=$scratch/root
+    shift 2
+    cmake -S "$source" -B "$scratch/build" -G Ninja \
+        -DCMAKE_TOOLCHAIN_FILE="$repository/cmake/i686-w64-mingw32.cmake" -DNQCORE_ACE_ROOT=none \
+        -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX="$result" "$@" >&2
+    cmake --build "$scratch/build" >&2
+    cmake --install "$scratch/build" --strip > "$scratch/install.log"
+    touch "$result/.complete"
+    rm -rf "$root"
+    mv "$result" "$root"
+}
