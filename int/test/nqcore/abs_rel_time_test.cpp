@@ -41,7 +41,7 @@ TEST(AbsRelTime, ConstantsAreThereBeforeMain) {
 TEST(AbsRelTime, NumbersAreSecondsForPointsAndNanosecondsForSpans) {
     const ACE_Time_Value two(2, 5);
     AbsoluteTime set;
-    set.set_msec(3);
+    set.set_sec(3);
     set.set(RelativeTime(9), set);
     EXPECT_THAT((std::vector{AbsoluteTime(-7LL).as_nsec(), RelativeTime(-7L).as_nsec(), AbsoluteTime(-1, -5).as_nsec(),
                              set.as_nsec(), AbsoluteTime(timeval{-3, -250'000}).as_nsec(),
@@ -49,8 +49,8 @@ TEST(AbsRelTime, NumbersAreSecondsForPointsAndNanosecondsForSpans) {
                              RelativeTime(nullptr).as_nsec(),
                              // No overflow check: the products wrap round.
                              AbsoluteTime(s_infinite).as_nsec(), RelativeTime::microseconds(s_min).as_nsec()}),
-                ElementsAre(-7'000'000'000, -7, -1'000'005'000, 3'000'009, -3'250'000'000, 3'250'000'001, 2'000'005'000,
-                            s_infinite, -1'000'000'000, 0));
+                ElementsAre(-7'000'000'000, -7, -1'000'005'000, 3'000'000'009, -3'250'000'000, 3'250'000'001,
+                            2'000'005'000, s_infinite, -1'000'000'000, 0));
     const RelativeTime negative(-3'250'000'999);
     EXPECT_EQ(negative.as_timeval().tv_usec, -250'000);
     EXPECT_EQ(negative.as_timespec().tv_nsec, -250'000'999);
@@ -61,9 +61,10 @@ TEST(AbsRelTime, AceTimeOutOfInfiniteIsNull) {
     impl::AceTimeoutProxy finite = RelativeTime(1'500'000'999).as_ace_timeout();
     impl::AceTimeoutProxy copy(finite);
     const impl::AceTimeoutProxy moved(std::move(copy));
+    copy = moved;
     finite = AbsoluteTime::infinite.as_ace_timeout();
     EXPECT_EQ(static_cast<const ACE_Time_Value*>(finite), nullptr);
-    EXPECT_EQ(*static_cast<const ACE_Time_Value*>(moved), ACE_Time_Value(1, 500'000));
+    EXPECT_EQ(*static_cast<const ACE_Time_Value*>(copy), ACE_Time_Value(1, 500'000));
 }
 
 TEST(AbsRelTime, InfiniteConvertsToMarkersOfEachForm) {

@@ -373,7 +373,7 @@ TEST(CpuInfoLive, AgreesWithTheCompilersOwnQuestions) {
     // The compiler's answer counts what the system saves, ours is the processor's alone.
     const auto saves = [](std::uint64_t registers) { return (os_saved_registers() & registers) == registers; };
     EXPECT_EQ(info.avx() && saves(saved_avx), __builtin_cpu_supports("avx") != 0);
-    EXPECT_EQ(get_option_flag(option_avx2) && saves(saved_avx), __builtin_cpu_supports("avx2") != 0);
+    EXPECT_EQ(CpuInfo::get_option_flag(option_avx2) && saves(saved_avx), __builtin_cpu_supports("avx2") != 0);
     EXPECT_EQ(get_option_flag(option_avx512bw) && saves(saved_avx512), __builtin_cpu_supports("avx512bw") != 0);
     for (const CpuFlag& flag : cpu_flags()) {
         if (flag.maker == flag_of_any && flag.leaf != 7) {

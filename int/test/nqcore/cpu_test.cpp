@@ -157,6 +157,7 @@ TEST(Cpu, DescribesThisMachine) {
         const ScopedCpuAffinity pinned(only);
         EXPECT_EQ(cpu.apic_id(n), CpuInfo().apic_id()) << n;
     }
+    EXPECT_NE(Cpu::read_timestamp(), Cpu::read_timestamp());
     EXPECT_TRUE(cpu.frequency() > 1e8 && cpu.frequency() < 2e10) << cpu.frequency();
     EXPECT_NEAR(Measured::measure_frequency() / Cpu::timestamp_frequency(), 1, 1e-3);
 }

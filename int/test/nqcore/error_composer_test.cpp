@@ -77,6 +77,10 @@ TEST(ErrorComposer, NestsCauses) {
     EXPECT_THAT(out, caused);
     composer.create_transfer(out, s_code, s_location);
     EXPECT_TRUE(out->nested().is_null());
+    composer.create_transfer_with_nested_errno(out, s_code, s_location, ENOENT);
+    EXPECT_THAT(out, causedByErrno);
+    composer.create_transfer_with_nested_exception(out, s_code, s_location, exception);
+    EXPECT_THAT(out, causedByException);
     composer.create_transfer_with_nested_winerror(out, s_code, s_location, 5, true);
     EXPECT_THAT(out, HasCause(AllOf(HasCode("error.errno.EACCES"), causedByWindows)));
 

@@ -118,6 +118,7 @@ TEST(FromException, KnowsTheLibrarysOwn) {
                 AllOf(HasCode(error::exception_badCast_badLexicalCast), HasParam("sourceType", "int"),
                       HasParam("targetType", "unsigned char"),
                       HasMessage("Bad lexical cast: Unable to convert value of type 'int' to 'unsigned char'")));
+    EXPECT_STREQ(BadLexicalCast(typeid(int), typeid(char)).what(), "nqcore::BadLexicalCast");
     EXPECT_THAT(ErrorInfo::from_anonymous_exception(s_location), HasCode(error::exception_unknown));
 }
 

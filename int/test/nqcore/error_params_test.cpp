@@ -47,7 +47,7 @@ TEST(ErrorParams, FailsWholeAndMergesTheOthersValues) {
     EXPECT_THROW(params.add("a", 0x80000000u, "x", 1), std::length_error);
     EXPECT_THROW(params.add("a", 1, "x", 0x80000000u), std::length_error);
     params.add(ErrorParams().add("b", "theirs").add("\xE4", "last"));
-    EXPECT_EQ(text_of(params), "'b' => \"theirs\", 'c' => \"3\", '\xE4' => \"last\"");
+    EXPECT_EQ(text_of(ErrorParams().add(params)), "'b' => \"theirs\", 'c' => \"3\", '\xE4' => \"last\"");
 }
 
 TEST(ErrorParams, ValuesMayComeFromTheSetItself) {

@@ -87,7 +87,7 @@ TEST(WeakRefPtr, LocksTheLivingAndExplainsTheDead) {
     {
         const auto strong = make_strong<std::shared_ptr<int>>(alive);
         weak = strong;
-        EXPECT_EQ(weak.lock(), strong);
+        EXPECT_TRUE(weak.lock() == strong && *strong == alive);
     }
     EXPECT_EQ(alive.use_count(), 1) << "destroyed";
     EXPECT_THROW(static_cast<void>(weak.lock()), WeakRefPromoteException);

@@ -85,19 +85,22 @@ TEST(Result, FollowsItsFuture) {
 
 TEST(ResultControl, DirectAnswers) {
     EXPECT_FALSE(result_ignored<int>().signal_result(1).is_waitable());
+    EXPECT_FALSE(result_ignored<void>().signal_result().is_waitable());
     EXPECT_FALSE(result_ignored<int>().signal_error(record()).is_waitable());
     EXPECT_EQ(result_ignored<int>().if_not_ready().signal_result(2).get(), 2);
     EXPECT_TRUE(result_error_if_async<void>().signal_result().has_value());
+    EXPECT_TRUE(result_future(Future<void>()).signal_result().has_value());
     EXPECT_THAT(result_direct_if_synchronous<int>().signal_error(record("error.x")).error_info(), HasCode("error.x"));
     Future<std::unique_ptr<int>> future;
     EXPECT_EQ(*result_future(future).signal_result(std::make_unique<int>(5)).get(), 5);
     EXPECT_TRUE(result_future(future).signal_error(record()).has_value());  // too late, and silent
-    EXPECT_FALSE(result_future(future).is_cancelled());
+    EXPECT_TRUE(result_future(future).future() == future && !result_future(future).is_cancelled());
     EXPECT_TRUE(result_future(failed_future<int>(impl::create_result_cancel_error({}))).is_cancelled());
 }
 
 TEST(ResultControl, NullErrorsAreRefused) {
     const auto expect_refusal = [](auto control) {
+        EXPECT_TRUE(control.is_ignored());
         const auto refused =
             ThrowsError(AllOf(HasCode("error.nqcore.result.badParameter"), HasMessage("Null ErrorInfo pointer")));
         EXPECT_THAT([&] { (void)control.signal_error(nullptr); }, refused);
@@ -189,7 +192,8 @@ TEST(AsyncHandlerAdapterControl, HandsItsHandlerDown) {
     EXPECT_EQ(future.get(), 6);
     EXPECT_THAT([&] { (void)control.signal_error(record()); },
                 ThrowsError(HasCode("error.nqcore.result.redundantSignal")));
-    EXPECT_FALSE(AsyncHandlerAdapterControl<void>(result_ignored<void>()).is_cancelled());
+    EXPECT_EQ(static_cast<const RefCountPtr<AsyncResult<int>>&>(control), outer);
+    EXPECT_FALSE(AsyncHandlerAdapterControl<void>(result_ignored<void>()).signal_result().is_waitable());
     EXPECT_THAT([] { AsyncHandlerAdapterControl<void>(RefCountPtr<AsyncResult<void>>()); },
                 ThrowsError(HasMessage("Invalid 'handler' value: NULL")));
 }

@@ -52,7 +52,7 @@ TEST(StackTrace, BeginsWhereItIsCaptured) {
     const StackTrace::Description first = traces[0].describe(*traces[0].begin());
     EXPECT_THAT(std::string(first.function.view()), HasSubstr("captured_here"));
     EXPECT_THAT(std::string(first.module.view()), HasSubstr("stack_trace_test"));
-    const std::string text = traces[0].as_string();
+    const std::string text = (std::ostringstream() << traces[0]).str();
     EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), traces[0].size());
     EXPECT_THAT(text.substr(0, text.find('\n')), HasSubstr("captured_here"));
     EXPECT_THAT(text, Not(HasSubstr("StackTrace::capture"))) << "not the library's own frames";

@@ -61,7 +61,7 @@ TEST(StringToDouble, RefusesTheRest) {
     // Digits of other scripts, and a unit whose low byte is a digit.
     Error error;
     EXPECT_TRUE(std::isnan(string_to<double>(L"\uFF11", 1, &error)));
-    EXPECT_TRUE(std::isnan(string_to<double>(L"\u0131", 1, &error)));
+    EXPECT_TRUE(std::isnan(string_to<float>(L"\u0131", 1, &error)));
     EXPECT_THAT(error, HasParam("text", "\xC4\xB1"));
 }
 

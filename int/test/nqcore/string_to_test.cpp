@@ -39,7 +39,7 @@ TEST(ToWstring, CopiesAndConverts) {
     EXPECT_EQ(to_string(wide.c_str(), 4), "caf\xC3\xA9");
     EXPECT_EQ(to_u16string(text), u"caf\u00E9 \U0001F600");
     EXPECT_EQ(to_string(u"caf\u00E9 \U0001F600"sv), text);
-    EXPECT_EQ(to_string(L"a\0b"sv), "a\0b"sv);
+    EXPECT_EQ(to_string(L"a\0b"sv) + to_string(L"c"), "a\0bc"sv);
     EXPECT_EQ(to_wstring(static_cast<const char*>(nullptr)) + to_wstring(static_cast<const wchar_t*>(nullptr)), L"");
     EXPECT_EQ(to_string(static_cast<const wchar_t*>(nullptr), npos), "");
 }
