@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <iterator>
 #include <string_view>
+#include <utility>
 
 namespace nq {
 
@@ -19,21 +20,28 @@ std::string key_of(const Option& option) {
     return longest.substr(std::min(longest.find_first_not_of('-'), longest.size()));
 }
 
-// CLI11 takes "[a,b]" for a list of two values, so values that begin like one are handed through it with a mark.
+// CLI11 takes "[a,b]" for a list of two values and ends a command at a "--" after a value, so values that begin like one
+// and what follows a "--" are handed through it with a mark.
 constexpr char s_mark = '\x01';
 
-bool needs_mark(char first) noexcept { return first == '[' || first == s_mark; }
+void add_mark(std::string& word) { word.insert(0, 1, s_mark); }
 
-void add_mark(std::string& word) {
-    if (!word.empty() && needs_mark(word[0])) {
-        word.insert(0, 1, s_mark);
+void add_mark_if_needed(std::string& word) {
+    if (!word.empty() && (word[0] == '[' || word[0] == s_mark)) {
+        add_mark(word);
     }
 }
 
 void take_mark(std::string& word) {
-    if (word.size() > 1 && word[0] == s_mark && needs_mark(word[1])) {
+    if (!word.empty() && word[0] == s_mark) {
         word.erase(0, 1);
     }
+}
+
+// What CLI11 says of a word has the mark in it.
+std::string without_marks(std::string text) {
+    text.erase(std::remove(text.begin(), text.end(), s_mark), text.end());
+    return text;
 }
 
 bool takes_next_word(const Command& command, std::string_view word) {
@@ -46,9 +54,10 @@ bool takes_next_word(const Command& command, std::string_view word) {
     return false;
 }
 
-// Takes the words of the positional that takes the rest away from those that are parsed: CLI11 would look for options
-// in them.
-std::vector<std::string> split_rest(const Command& root, std::vector<std::string>& words) {
+bool is_option(std::string_view word) noexcept { return word.size() > 1 && word[0] == '-' && word != "--"; }
+
+// The command that the words name, and the place of the first word after its name.
+std::pair<const Command*, std::size_t> find_command(const Command& root, const std::vector<std::string>& words) {
     const Command* command = &root;
     std::size_t at = 0;
     for (; at < words.size() && !command->children.empty(); ++at) {
@@ -59,11 +68,18 @@ std::vector<std::string> split_rest(const Command& root, std::vector<std::string
             }
         }
     }
+    return {command, at};
+}
+
+// Takes the words of the positional that takes the rest away from those that are parsed: CLI11 would look for options
+// in them.
+std::vector<std::string> split_rest(const Command& root, std::vector<std::string>& words) {
+    auto [command, at] = find_command(root, words);
     if (std::none_of(command->options.begin(), command->options.end(),
                      [](const Option& option) { return option.isRest; })) {
         return {};
     }
-    while (at < words.size() && words[at].size() > 1 && words[at][0] == '-' && words[at] != "--") {
+    while (at < words.size() && is_option(words[at])) {
         at += takes_next_word(*command, words[at]) ? 2 : 1;
     }
     at = std::min(at, words.size());
@@ -73,6 +89,21 @@ std::vector<std::string> split_rest(const Command& root, std::vector<std::string
     return rest;
 }
 
+// Marks the values that CLI11 would misread, and takes the "--" away whose work the marks do.
+void mark_values(const Command& root, std::vector<std::string>& words) {
+    const auto [command, first] = find_command(root, words);
+    std::size_t at = first;
+    while (at < words.size() && words[at] != "--") {
+        at += is_option(words[at]) && takes_next_word(*command, words[at]) ? 2 : 1;
+    }
+    at = std::min(at, words.size());
+    const auto end = words.begin() + static_cast<std::ptrdiff_t>(at);
+    std::for_each(words.begin(), end, add_mark_if_needed);
+    if (end != words.end()) {
+        std::for_each(words.erase(end), words.end(), add_mark);
+    }
+}
+
 class Parser {
 public:
     Parser(const Command& root, const std::vector<std::string>& words) : m_app(root.summary, root.name) {
@@ -80,12 +111,11 @@ public:
         add_command(m_app, root, words);
     }
 
-    // In       `words`: those that the parser was made for.
+    // In       `words`: those that the parser was made for, with marks.
     void parse(std::vector<std::string> words, std::vector<std::string> rest) {
         m_rest = std::move(rest);
         // CLI11 takes the words last first.
         std::reverse(words.begin(), words.end());
-        std::for_each(words.begin(), words.end(), add_mark);
         m_app.parse(words);
     }
 
@@ -164,6 +194,7 @@ private:
 Invocation parse_command_line(std::vector<std::string> words, const Command& root) {
     std::vector<std::string> rest = split_rest(root, words);
     Parser parser(root, words);
+    mark_values(root, words);
     Invocation invocation;
     try {
         parser.parse(std::move(words), std::move(rest));
@@ -175,7 +206,7 @@ Invocation parse_command_line(std::vector<std::string> words, const Command& roo
     } catch (const CLI::CallForVersion& version) {
         invocation.answer = std::string(version.what()) + "\n";
     } catch (const CLI::ParseError& problem) {
-        throw_usage(problem.what());
+        throw_usage(without_marks(problem.what()));
     }
     return invocation;
 }

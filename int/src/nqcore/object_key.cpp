@@ -29,16 +29,17 @@ constexpr unsigned s_randomTextLength = 16;
 using impl::TracedKeyToken;
 
 // Keys may still be written when static objects are being destroyed.
+template <typename T>
 union NeverDestroyed {
-    ACE_Thread_Mutex mutex;
-    NeverDestroyed() : mutex() {}
+    T value;
+    constexpr NeverDestroyed() : value() {}
     ~NeverDestroyed() {}
 };
 
 // The mutex under which texts are made on first request.
 ACE_Thread_Mutex& text_mutex() {
-    static NeverDestroyed s_storage;
-    return s_storage.mutex;
+    static NeverDestroyed<ACE_Thread_Mutex> s_mutex;
+    return s_mutex.value;
 }
 
 // Calls `make` once for each flag, however many threads come.
@@ -120,12 +121,8 @@ public:
     explicit PlainPointerToken(const void* pointer) noexcept : ObjectKeyTokenForPointerBase(pointer) {}
 };
 
-// Constants refer to the null tokens: these are there before any code runs and are never destroyed.
-constinit union NullTokenPlace {
-    NullToken token;
-    constexpr NullTokenPlace() noexcept : token() {}
-    ~NullTokenPlace() {}
-} s_nullToken;
+// Constants refer to the null tokens: these are there before any code runs.
+constinit NeverDestroyed<NullToken> s_nullToken;
 
 // The text hash starts here, so that nobody outside can foresee which texts collide.
 constinit std::uint64_t s_hashSeed = 0;
@@ -188,7 +185,7 @@ std::uint64_t load_few(const char* text, std::size_t size) noexcept {
 
 // ------------------------------------------------------------------------------------------------------------ tokens
 
-constinit const RefCountPtr<ObjectKeyToken> ObjectKeyToken::sm_pDefaultToken(&s_nullToken.token, false);
+constinit const RefCountPtr<ObjectKeyToken> ObjectKeyToken::sm_pDefaultToken(&s_nullToken.value, false);
 
 const RefCountPtr<ObjectKeyToken>& ObjectKeyToken::default_token() noexcept { return sm_pDefaultToken; }
 
@@ -262,21 +259,18 @@ void ObjectKeyTokenForPointerBase::query_text(const char** text, unsigned int* l
 
 CachedKeyToken::~CachedKeyToken() = default;
 
-// The null token of the kind, as for `NullTokenPlace`.
+// The null token of the kind.
 struct StringKeyToken::Default {
-    union {
-        StringKeyToken token;
-    };
-    RefCountPtr<StringKeyToken> pointer;
-
-    constexpr Default() noexcept : token(), pointer(&token, false) {}
-    ~Default() {}
-    static Default s_instance;
+    StringKeyToken token{};
+    RefCountPtr<StringKeyToken> pointer{&token, false};
+    static NeverDestroyed<Default> s_instance;
 };
 
-constinit StringKeyToken::Default StringKeyToken::Default::s_instance;
+constinit NeverDestroyed<StringKeyToken::Default> StringKeyToken::Default::s_instance;
 
-const RefCountPtr<StringKeyToken>& StringKeyToken::default_token() noexcept { return Default::s_instance.pointer; }
+const RefCountPtr<StringKeyToken>& StringKeyToken::default_token() noexcept {
+    return Default::s_instance.value.pointer;
+}
 
 StringKeyToken::StringKeyToken(std::uint32_t hash, char* text, std::string_view value) noexcept
     : CachedKeyToken(hash), m_length(static_cast<unsigned>(value.size())), m_text(text) {
@@ -306,21 +300,16 @@ void StringKeyToken::query_text(const char** text, unsigned int* length) const {
     *length = static_cast<unsigned>(shown.size());
 }
 
-// The null token of the kind, as for `NullTokenPlace`.
+// The null token of the kind.
 struct UuidKeyToken::Default {
-    union {
-        UuidKeyToken token;
-    };
-    RefCountPtr<UuidKeyToken> pointer;
-
-    constexpr Default() noexcept : token(), pointer(&token, false) {}
-    ~Default() {}
-    static Default s_instance;
+    UuidKeyToken token{};
+    RefCountPtr<UuidKeyToken> pointer{&token, false};
+    static NeverDestroyed<Default> s_instance;
 };
 
-constinit UuidKeyToken::Default UuidKeyToken::Default::s_instance;
+constinit NeverDestroyed<UuidKeyToken::Default> UuidKeyToken::Default::s_instance;
 
-const RefCountPtr<UuidKeyToken>& UuidKeyToken::default_token() noexcept { return Default::s_instance.pointer; }
+const RefCountPtr<UuidKeyToken>& UuidKeyToken::default_token() noexcept { return Default::s_instance.value.pointer; }
 
 UuidKeyToken::UuidKeyToken(std::uint32_t hash, const Uuid& uuid) noexcept : CachedKeyToken(hash), m_uuid(uuid) {
     const UuidText text(uuid);
@@ -366,7 +355,7 @@ std::uint32_t string_key_hash(std::string_view text) noexcept {
 
 // -------------------------------------------------------------------------------------------------------------- keys
 
-constinit const ObjectKey ObjectKey::null(&s_nullToken.token, false);
+constinit const ObjectKey ObjectKey::null(&s_nullToken.value, false);
 
 ObjectKey ObjectKey::create_unique() { return ObjectKey(RefCountPtr<ObjectKeyToken>(new UniqueToken)); }
 

@@ -60,6 +60,7 @@ const ToolCase s_cases[] = {
     {"duration --json inf", 0,
      "{\"human\":\"##INFINITE##\",\"iso\":\"P999999DT23H59M59.999999999S\",\"ns\":9223372036854775807,"
      "\"seconds\":null}\n"},
+    {"duration --ns 1us -- -5ns --ns", 1, "1000\n-5\n", "\"--ns\""},
     {"duration --brief --ns 1H 7ns P1Y", 1, "7\n",
      "nq: Invalid value in time string \"1H\", length=2 [error.nqcore.relativeTime.invalidTimeString]\n"},
     {"error list error.nqcore.cast.valueTooBig", 0,
