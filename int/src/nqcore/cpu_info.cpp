@@ -1,5 +1,7 @@
 #include "nqcore/cpu_info.h"
 
+#include "never_destroyed.h"
+
 #include <algorithm>
 #include <bit>
 #include <stdexcept>
@@ -102,8 +104,8 @@ CpuInfo& CpuInfo::operator=(const CpuInfo& other) {
 }
 
 const std::string& CpuInfo::text(EText which) const noexcept {
-    static const std::string empty;
-    return which < m_texts.size() ? m_texts.begin()[which] : empty;
+    static const impl::NeverDestroyed<std::string> s_empty;
+    return which < m_texts.size() ? m_texts.begin()[which] : s_empty.value;
 }
 
 // ---- Population ----

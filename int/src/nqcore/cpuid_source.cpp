@@ -1,5 +1,7 @@
 #include "nqcore/cpuid_source.h"
 
+#include "never_destroyed.h"
+
 #include <cpuid.h>
 #include <x86intrin.h>
 #include <cstddef>
@@ -44,8 +46,8 @@ bool CpuidSource::has_ac_flag() const noexcept { return true; }
 bool CpuidSource::has_cpuid() const noexcept { return true; }
 
 const CpuidSource& live_cpuid() noexcept {
-    static const LiveCpuid source;
-    return source;
+    static const impl::NeverDestroyed<LiveCpuid> s_source;  // kernels may be chosen while the process ends
+    return s_source.value;
 }
 
 }  // namespace nqcore::hardware

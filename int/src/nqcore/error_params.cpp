@@ -2,9 +2,9 @@
 
 #include "error_param_block.h"
 #include "error_text.h"
+#include "never_destroyed.h"
 
 #include <cstring>
-#include <new>
 #include <ostream>
 #include <string>
 #include <utility>
@@ -14,6 +14,7 @@ namespace {
 
 using impl::ErrorParamBlock;
 using impl::ErrorParamEntry;
+using impl::NeverDestroyed;
 
 // Most errors have one to three parameters.
 constexpr unsigned s_firstCapacity = 3;
@@ -104,11 +105,9 @@ void set_value(ErrorParamBlock*& block, impl::NameMaker makeName, std::string_vi
     }
 }
 
-// Never destroyed: records may still be read while the process ends.
 const std::string& empty_value() noexcept {
-    alignas(std::string) static unsigned char s_memory[sizeof(std::string)];
-    static const std::string* const s_empty = ::new (static_cast<void*>(s_memory)) std::string;
-    return *s_empty;
+    static const NeverDestroyed<std::string> s_empty;
+    return s_empty.value;
 }
 
 }  // namespace
@@ -310,6 +309,7 @@ SourceString ErrorParams::expanded_message_with_limit(const SourceString& messag
 SourceString ErrorParams::expanded_message_with_limit(const char* messageTemplate, unsigned length,
                                                       unsigned limit) const {
     const std::string_view text = text_of(messageTemplate, length);
+    impl::check_text_length(text.size());
     if (text.find("{@") == text.npos) {
         return SourceString::create_copy(text);
     }

@@ -1,5 +1,6 @@
 #include "nqcore/object_key.h"
 
+#include "never_destroyed.h"
 #include "nqcore/error_exception.h"
 #include "nqcore/random.h"
 #include "nqcore/source_string.h"
@@ -26,15 +27,8 @@ constexpr std::size_t s_longestText = 0x7FFFFFFF;
 constexpr unsigned s_randomBytes = 10;
 constexpr unsigned s_randomTextLength = 16;
 
+using impl::NeverDestroyed;
 using impl::TracedKeyToken;
-
-// Keys may still be written when static objects are being destroyed.
-template <typename T>
-union NeverDestroyed {
-    T value;
-    constexpr NeverDestroyed() : value() {}
-    ~NeverDestroyed() {}
-};
 
 // The mutex under which texts are made on first request.
 ACE_Thread_Mutex& text_mutex() {

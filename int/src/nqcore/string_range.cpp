@@ -2,7 +2,8 @@
 
 #include "nqcore/source_string.h"
 
-#include <new>
+#include "never_destroyed.h"
+
 #include <string>
 
 namespace nqcore::impl {
@@ -12,12 +13,10 @@ constexpr unsigned saturated(std::size_t length) noexcept {
     return length < StringRange::npos ? static_cast<unsigned>(length) : StringRange::npos;
 }
 
-// Never destroyed: handles to it stay good while a program ends.
 template <class T>
 const T* shared_empty() noexcept {
-    alignas(T) static unsigned char storage[sizeof(T)];
-    static const T* const object = ::new (static_cast<void*>(storage)) T();
-    return object;
+    static const NeverDestroyed<T> s_empty;
+    return &s_empty.value;
 }
 
 }  // namespace
