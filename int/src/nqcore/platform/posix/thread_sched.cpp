@@ -31,7 +31,11 @@ struct Processors {
                : static_cast<SystemError>(errno);
 }
 
+// The C library follows whatever it takes for a thread; null is what a thread's number without its handle leaves.
 [[nodiscard]] SystemError read_thread(ThreadHandle thread, Processors& processors) noexcept {
+    if (thread == 0) {
+        return ESRCH;
+    }
     return static_cast<SystemError>(pthread_getaffinity_np(thread, sizeof processors.words, processors.native()));
 }
 
@@ -70,6 +74,17 @@ constinit MainThread s_main;
         processors.words[0] = mask;
     }
     return 0;
+}
+
+// What a thread gets back that had none of the processors with a bit: those of the process without one.
+[[nodiscard]] SystemError beyond_masks(Processors& processors) noexcept {
+    const SystemError error = process_processors(processors);
+    Processors beyond = processors;
+    beyond.words[0] -= beyond.visible();
+    if (beyond != Processors()) {
+        processors = beyond;
+    }
+    return error;
 }
 
 // Sets a thread's processors and notes what that made of the main thread's. The lock is held.
@@ -145,7 +160,10 @@ SystemError swap_thread_affinity(ThreadHandle thread, std::uint32_t& mask) noexc
 SystemError restore_thread_affinity(ThreadHandle thread, std::uint32_t mask) noexcept {
     const SchedLock lock;
     Processors wanted;
-    const SystemError error = expand(mask, wanted);
+    SystemError error = expand(mask, wanted);
+    if (error == 0 && mask == 0) {
+        error = beyond_masks(wanted);
+    }
     return error != 0 ? error : write_noted(thread, wanted);
 }
 

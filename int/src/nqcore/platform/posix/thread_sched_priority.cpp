@@ -79,6 +79,15 @@ constinit thread_local ThreadPriority t_own;
     return read_nice(s_thisThread, nice);
 }
 
+[[nodiscard]] long priority_in_force(int base, int nice) noexcept {
+    const bool isOurs = t_own.isGiven && base == t_own.base && nice == t_own.nice;
+    return isOurs ? t_own.priority : priority_of_nice(nice, base, t_own.distances);
+}
+
+[[nodiscard]] bool is_class_in_force(long priorityClass) noexcept {
+    return s_process.classes.nearest(s_process.base).value == priorityClass;
+}
+
 // A user namespace of its own makes its processes privileged in everything but such things.
 [[nodiscard]] bool is_in_first_user_namespace() noexcept {
     constexpr ino_t s_firstUserNamespace = 0xEFFFFFFD;
@@ -196,8 +205,7 @@ SystemError thread_priority(long& priority) noexcept {
     int base = 0;
     int nice = 0;
     const SystemError error = read_values(base, nice);
-    const bool isOurs = t_own.isGiven && base == t_own.base && nice == t_own.nice;
-    priority = isOurs ? t_own.priority : priority_of_nice(nice, base, t_own.distances);
+    priority = priority_in_force(base, nice);
     return error;
 }
 
@@ -211,6 +219,9 @@ SystemError set_thread_priority(long priority) noexcept {
     int wanted = 0;
     if (!nice_of_priority(priority, base, t_own.distances, wanted)) {
         return EINVAL;
+    }
+    if (priority == priority_in_force(base, nice)) {
+        return 0;  // several nice values have one priority, and the way back may be closed
     }
     const SystemError error = write_nice(s_thisThread, wanted);
     if (error != 0) {
@@ -234,7 +245,8 @@ SystemError thread_priority_trap(long next) noexcept {
     int base = 0;
     int nice = 0;
     int wanted = 0;
-    return read_values(base, nice) == 0 && nice_of_priority(next, base, t_own.distances, wanted)
+    return read_values(base, nice) == 0 && nice_of_priority(next, base, t_own.distances, wanted) &&
+                   next != priority_in_force(base, nice)
                ? trap_if(wanted > nice, nice)
                : 0;
 }
@@ -257,6 +269,9 @@ SystemError set_priority_class(unsigned long priorityClass) noexcept {
     if (row == nullptr) {
         return EINVAL;
     }
+    if (is_class_in_force(row->value)) {
+        return 0;
+    }
     const int newBase = row->nice;
     if (const SystemError error = move_threads(base, newBase); error != 0) {
         return error;
@@ -272,7 +287,7 @@ SystemError priority_class_trap(unsigned long next) noexcept {
         return 0;
     }
     const NiceRow* const row = s_process.classes.find(static_cast<long>(next));
-    if (row == nullptr || row->nice <= s_process.base) {
+    if (row == nullptr || row->nice <= s_process.base || is_class_in_force(row->value)) {
         return 0;
     }
     int lowest = s_process.base;  // of what has to come back

@@ -152,6 +152,24 @@ TEST(Nice, WithoutPrivileges) {
         { const Process same(Process::priorityClassNormal); }
         EXPECT_EQ(nice_of(), 0);
 
+        // What several values are called changes none of them.
+        std::thread([] {
+            for (const int nice : {3, 5, 10, 12}) {
+                set_nice(nice);
+                const long priority = Thread::get_current_thread_priority();
+                { const Thread same(priority); }
+                Thread::set_current_thread_priority(priority);
+                EXPECT_EQ(nice_of(), nice);
+            }
+        }).join();
+        for (const int nice : {3, 5}) {
+            set_nice(nice);
+            const unsigned long priorityClass = Process::get_process_priority_class();
+            { const Process same(priorityClass); }
+            Process::set_process_priority_class(priorityClass);
+            EXPECT_EQ(nice_of(), nice);
+        }
+
         Process::set_process_priority_class(Process::priorityClassIdle);
         const Waiting lowest(-2);
         EXPECT_THAT([] { Process::set_process_priority_class(Process::priorityClassNormal); },
