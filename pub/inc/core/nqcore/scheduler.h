@@ -36,6 +36,7 @@ protected:
 
 /// Asks the system to end sleeps and timed waits within `latency` of their time, until destruction.
 ///
+/// Threads  destroy it on the thread that made it: on linux the request is that thread's.
 /// Cost     finer timers cost the whole machine power: hold the object no longer than needed.
 class NQCORE_API SchedulerLatency {
 public:

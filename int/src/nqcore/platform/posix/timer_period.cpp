@@ -21,6 +21,9 @@ constinit std::mutex s_mutex;
 constinit std::uint32_t s_requests[s_longestPeriod + 1] = {};
 constinit std::uint64_t s_requestCount = 0;
 
+// The requests that this thread made and has not ended: with the last of them its own slack comes back.
+constinit thread_local std::uint64_t t_requestCount = 0;
+
 // The slack that this thread had before it made a request; 0 while it has its own.
 constinit thread_local unsigned long t_ownSlackNs = 0;
 
@@ -37,6 +40,7 @@ unsigned finest_period() noexcept {
 
 // Best effort, as the period itself is: a system that refuses keeps the slack that it has. Real-time threads have none.
 void refine_slack() noexcept {
+    ++t_requestCount;
     if (t_ownSlackNs == 0) {
         const int slackNs = prctl(PR_GET_TIMERSLACK);
         t_ownSlackNs = slackNs > 0 ? static_cast<unsigned long>(slackNs) : 0;
@@ -48,10 +52,13 @@ void refine_slack() noexcept {
 }
 
 void relax_slack() noexcept {
-    if (t_ownSlackNs == 0) {
+    if (t_requestCount == 0) {
         return;  // another thread's request
     }
-    const unsigned long wantedNs = finest_period() * s_nsPerMillisecond;
+    const unsigned long wantedNs = --t_requestCount == 0 ? 0 : finest_period() * s_nsPerMillisecond;
+    if (t_ownSlackNs == 0) {
+        return;  // a thread without slack
+    }
     if (wantedNs != 0 && wantedNs < t_ownSlackNs) {
         prctl(PR_SET_TIMERSLACK, wantedNs);
     } else {
