@@ -35,6 +35,7 @@ using nqcore::hardware::CpuInfo;
 constexpr SourceFile s_source("$Id: //nqcore/int/src/nq/cpu_command.cpp#1 $");
 
 constexpr nqcore::ErrorTemplate s_noSuchCpu("logical CPU {@cpu} is not among those of {@place}", "cpu", "place");
+constexpr nqcore::ErrorTemplate s_noNumber("this process has none of the logical CPUs 0 to 31");
 constexpr nqcore::ErrorTemplate s_noRecording("{@input} is not a CPUID recording", "input");
 constexpr nqcore::ErrorTemplate s_tooManyLeaves("logical CPU {@cpu} of {@input} claims more leaves than can be", "cpu",
                                                 "input");
@@ -49,7 +50,7 @@ constexpr Option s_options[] = {
     {.name = "--raw", .help = "Write the CPUID leaves"},
     {.name = "--info", .help = "Write what the leaves mean, field by field"},
     {.name = "--flags", .help = "Write the names of the features; with --json of all, true or false"},
-    {.name = "--hash", .help = "Write the text that tells processor models apart"},
+    {.name = "--hash", .help = "Write the text that a processor is recognised by"},
     {.name = "--digest", .help = "Write the MurmurHash3 of that text"},
     {.name = "--hypervisor", .help = "The text for --hash and --digest has the hypervisor's leaves too"},
     {.name = "--normalize", .help = "The text for --hash and --digest leaves out what the system decides"},
@@ -232,8 +233,16 @@ void describe_live(unsigned number, Writer& writer) {
     writer.write({number, &nqcore::hardware::live_cpuid(), CpuInfo(), nqcore::hardware::os_saved_registers()});
 }
 
-void describe_live(const Choice& choice, Writer& writer) {
+CpuAffinityMask process_cpus() {
     const CpuAffinityMask mask = ScopedCpuAffinity::get_process_affinity();
+    if (mask.empty()) {
+        s_noNumber.compose().throw_error(error::text, s_source.here("nq::process_cpus()"));
+    }
+    return mask;
+}
+
+void describe_live(const Choice& choice, Writer& writer) {
+    const CpuAffinityMask mask = process_cpus();
     if (choice.number && !mask.is_set(*choice.number)) {
         choice.throw_no_such_cpu("this process");
     }
@@ -288,6 +297,11 @@ void write_topology(Context& context, const Cpu& cpu, const CpuidDump* dump) {
     }
 }
 
+void write_live_topology(Context& context) {
+    static_cast<void>(process_cpus());
+    write_topology(context, Cpu(), nullptr);
+}
+
 void write_recorded_topology(Context& context, const Recording& recording) {
     std::vector<CpuInfo> infos;
     for (const CpuidDump::Section& section : recording.dump) {
@@ -333,7 +347,7 @@ int run_cpu(Context& context) {
         const Recording recording = read_recording(arguments.value("from"));
         isTopology ? write_recorded_topology(context, recording) : describe_recorded(recording, choice, writer);
     } else {
-        isTopology ? write_topology(context, Cpu(), nullptr) : describe_live(choice, writer);
+        isTopology ? write_live_topology(context) : describe_live(choice, writer);
     }
     return s_exitDone;
 }

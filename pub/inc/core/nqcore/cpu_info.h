@@ -270,7 +270,8 @@ public:
     void dump_cpuid_info(std::ostream& stream, const char* prefix) const;
 
     /// The stored leaves as lines of 40 hexadecimal digits (leaf, EAX, EBX, ECX, EDX; lower case), to be hashed: the
-    /// same text on every start of the same processor model.
+    /// same text on every start of the same machine, for the same logical processor. APIC ids are in it, so have the
+    /// thread run on a fixed one (nqcore/affinity.h) while the object is made.
     ///
     /// For each topology entry an extended leaf is repeated, numbered from 0, as long as there are any: the text has to
     /// stay as it is, for hashes of it have been stored.
