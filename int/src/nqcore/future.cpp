@@ -106,28 +106,20 @@ void FutureImplBase::signal_ready() noexcept {
     }
 }
 
+// An observer that asks is told "not ready": its signaller has the mutex, and holds it still.
 bool FutureImplBase::is_ready() const noexcept {
+    if (!ready_flag()) {
+        return false;
+    }
     const Lock lock(*this);
     return m_ready;
 }
 
-bool FutureImplBase::has_error() const noexcept {
-    const Lock lock(*this);
-    return m_ready && !m_error.is_null();
-}
+bool FutureImplBase::has_error() const noexcept { return is_ready() && !m_error.is_null(); }
 
-bool FutureImplBase::has_value() const noexcept {
-    const Lock lock(*this);
-    return holds_value();
-}
+bool FutureImplBase::has_value() const noexcept { return is_ready() && m_error.is_null(); }
 
-ErrorInfo::Ptr FutureImplBase::error_info() const noexcept {
-    if (!ready_flag()) {
-        return {};
-    }
-    const Lock lock(*this);
-    return m_error;
-}
+ErrorInfo::Ptr FutureImplBase::error_info() const noexcept { return is_ready() ? m_error : ErrorInfo::Ptr(); }
 
 void FutureImplBase::wait() const {
     if (!ready_flag() && make_event()) {
@@ -183,6 +175,9 @@ void FutureImplBase::wait_for_value() const {
 }
 
 bool FutureImplBase::add_observer_entry(Observer observer) {
+    if (observer.is_null()) {
+        raise_null_parameter_error("observer", SourceString::npos, s_source.here("nqcore::Future::add_observer()"));
+    }
     const Lock lock(*this);
     if (m_ready) {
         return false;

@@ -38,8 +38,9 @@ const ResultControlBase* newest() noexcept {
     return static_cast<const ResultControlBase*>(control);
 }
 
-void set_newest(const ResultControlBase* control) noexcept {
-    ACE_OS::thr_setspecific(s_check.slot, const_cast<ResultControlBase*>(control));
+// Returns  false when there is no memory for the slot of this thread.
+bool set_newest(const ResultControlBase* control) noexcept {
+    return ACE_OS::thr_setspecific(s_check.slot, const_cast<ResultControlBase*>(control)) == 0;
 }
 
 // 0 means "not active", so it is left out when the counter wraps.
@@ -62,16 +63,17 @@ unsigned int ResultControlBase::activate() const {
     if (m_activation != 0 || !s_check.on) {
         return m_activation;
     }
-    m_activation = next_activation();
     m_previous = newest();
-    set_newest(this);
-    return m_activation;
+    if (set_newest(this)) {
+        m_activation = next_activation();
+    }
+    return m_activation;  // 0 without memory: this one goes unchecked
 }
 
 void ResultControlBase::deactivate() {
     const ResultControlBase* at = newest();
     if (at == this) {
-        set_newest(m_previous);
+        static_cast<void>(set_newest(m_previous));  // the slot is there
         return;
     }
     for (; at != nullptr; at = at->m_previous) {

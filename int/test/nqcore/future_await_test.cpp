@@ -154,7 +154,7 @@ TEST(FutureAwait, WaitersGoOnInTheirOrderWithWhatFollowsFromThem) {
     const auto signal = [&]() -> Future<int> {
         const int value = co_await first;
         resumedOn = std::this_thread::get_id();
-        EXPECT_FALSE(first.set_value(2) || first.add_observer(nullptr)) << "the mutex is free";
+        EXPECT_FALSE(first.set_value(2) || first.remove_observer(nullptr)) << "the mutex is free";
         log += '(';
         second.set_value(2);  // what waits for it goes on inside the call
         log += ')';

@@ -1,6 +1,8 @@
 #include "nqcore/future.h"
 #include "error_test_support.h"
 #include "nqcore/abs_rel_time.h"
+#include "nqcore/barrier.h"
+#include "nqcore/monotonic_time.h"
 
 #include <atomic>
 #include <chrono>
@@ -18,7 +20,7 @@ struct Observer : IFutureObserver<int> {
     void on_future_error(const ErrorInfo::Ptr&) override {}
     void on_future_value(const int& value) override {
         told = value;
-        isReady = future.wait(RelativeTime::zero);  // takes no lock
+        isReady = future.wait(RelativeTime::zero) || future.is_ready() || future.has_value() || future.has_error();
         throw std::runtime_error("from an observer");
     }
     Future<int> future;
@@ -57,6 +59,23 @@ TEST(Future, WaitsThatCannotSucceedAnswerAtOnce) {
     }
     EXPECT_FALSE(pending.wait(AbsoluteTime::now()));
     ready.wait();
+}
+
+TEST(Future, WaitsEndNoEarlierThanTheirTime) {
+    const Future<void> pending;
+    AnyFutureBarrier barrier;
+    barrier.push_back(pending);
+    for (const int us : {300, 900, 1400, 2999}) {
+        const AbsoluteTime deadline = AbsoluteTime::now() + RelativeTime::microseconds(us);
+        EXPECT_FALSE(pending.wait(deadline));
+        EXPECT_GE(AbsoluteTime::now(), deadline) << us;
+        const AbsoluteTime later = AbsoluteTime::now() + RelativeTime::microseconds(us);
+        EXPECT_FALSE(barrier.wait(later));
+        EXPECT_GE(AbsoluteTime::now(), later) << us;
+        const MonotonicTime start = MonotonicTime::now();
+        EXPECT_FALSE(pending.wait(RelativeTime::microseconds(us)));
+        EXPECT_GE(MonotonicTime::now() - start, RelativeTime::microseconds(us));
+    }
 }
 
 // 4294967296 ms are 0 in the 32 bits in which Windows counts them, 2147483 s the last that ACE can convert.

@@ -10,6 +10,10 @@
 
 #include "error_test_support.h"
 
+#include <memory>
+#include <utility>
+#include <vector>
+
 namespace nqcore {
 namespace {
 
@@ -48,6 +52,35 @@ TEST(Overloads, Results) {
     refuses([] { AnyFutureBarrier().push_back(Future<int>(nullptr)); });
     refuses([] { impl::DispatchedCompletion<void>(ErrorInfo::Ptr()); });
     refuses([] { impl::DispatchedCompletion<int>(ErrorInfo::Ptr()); });
+    refuses([] { static_cast<void>(future_result(Future<int>(nullptr))); });
+    refuses([] { Future<int>().add_observer(nullptr); });
+    AnyFutureBarrier::AnyFuture kept = Future<int>();
+    const AnyFutureBarrier::AnyFuture taken = std::move(kept);
+    refuses([&] { static_cast<void>(kept.is_ready()); });
+}
+
+// Values that move only, and whose address is not to be had by `&`.
+TEST(Overloads, ValuesThatAreHardToHold) {
+    struct Value {
+        std::unique_ptr<int> number;
+        void operator&() const = delete;
+    };
+    const auto value = [] { return Value{std::make_unique<int>(7)}; };
+    Future<Value> future;
+    future.set_value(value());
+    EXPECT_EQ(*future.get().number * *future_result(future).get().number * *ready_result(value()).get().number, 343);
+    using Completion = impl::DispatchedCompletion<Value>;
+    std::vector<Completion> completions;
+    completions.emplace_back(record("error.a"));
+    completions.emplace_back(value());
+    completions[0] = std::move(completions[1]);
+    Future<Value> outcome;
+    completions[0].signal(*result_future(outcome).create_async_handler());
+    EXPECT_EQ(*outcome.get().number, 7);
+    struct Later final : impl::ResultControlDirectIfSynchronousBase<int> {
+        RefCountPtr<AsyncResult<int>> create_async_handler() override { return {}; }
+    };
+    EXPECT_EQ(Later().signal_result(3).get(), 3);
 }
 
 // Outcomes without a value: at once, and through a handler.

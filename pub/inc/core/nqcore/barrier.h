@@ -109,7 +109,7 @@ private:
     ThinVector<AnyElement> m_elements;
 };
 
-/// A future of any type. Not null.
+/// A future of any type. Null only after a move from it: every operation throws "error.nqcore.result.badParameter" then.
 class NQCORE_API AnyFutureElement {
 public:
     /// Errors   "error.nqcore.result.badParameter" for a null handle.
@@ -117,11 +117,11 @@ public:
     AnyFutureElement(const Future<T>& future) : AnyFutureElement(RefCountPtr<FutureImplBase>(future.shared())) {}
     explicit AnyFutureElement(RefCountPtr<FutureImplBase> shared);
 
-    [[nodiscard]] bool is_ready() const { return m_shared->is_ready(); }
-    [[nodiscard]] bool has_error() const { return m_shared->has_error(); }
-    [[nodiscard]] bool has_value() const { return m_shared->has_value(); }
-    [[nodiscard]] RefCountPtr<const ErrorInfo> error_info() const { return m_shared->error_info(); }
-    bool wait(const RelativeTime& timeout) const { return m_shared->wait(timeout); }
+    [[nodiscard]] bool is_ready() const { return state().is_ready(); }
+    [[nodiscard]] bool has_error() const { return state().has_error(); }
+    [[nodiscard]] bool has_value() const { return state().has_value(); }
+    [[nodiscard]] RefCountPtr<const ErrorInfo> error_info() const { return state().error_info(); }
+    bool wait(const RelativeTime& timeout) const { return state().wait(timeout); }
 
     /// The future as what it is.
     ///
@@ -132,6 +132,13 @@ public:
     [[nodiscard]] const RefCountPtr<FutureImplBase>& shared() const noexcept { return m_shared; }
 
 private:
+    [[nodiscard]] const FutureImplBase& state() const {
+        if (m_shared.is_null()) [[unlikely]] {
+            raise_null_future_error();
+        }
+        return *m_shared;
+    }
+
     RefCountPtr<FutureImplBase> m_shared;
 };
 

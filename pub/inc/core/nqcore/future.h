@@ -27,10 +27,10 @@ class RelativeTime;
 
 /// Is told of a future's outcome.
 ///
-/// Threads  called once, on the thread that signals, with the future's mutex held and before any waiter wakes: do not
-///          wait for, query or signal the same future from here, and do not block. An exception that escapes is
-///          reported (nqcore/fault_report.h) and dropped. The reference that was registered with the observer is
-///          released when the mutex is free again.
+/// Threads  called once, on the thread that signals, with the future's mutex held and before any waiter wakes: the same
+///          future still answers that it is not ready. Do not wait for it, signal it, add observers to it or take them
+///          away from here, and do not block. An exception that escapes is reported (nqcore/fault_report.h) and
+///          dropped. The reference that was registered with the observer is released when the mutex is free again.
 class IFutureObserverBase {
 public:
     virtual void on_future_error(const RefCountPtr<const ErrorInfo>& error) = 0;
@@ -115,6 +115,8 @@ protected:
     };
 
     FutureImplBase();
+    FutureImplBase(const FutureImplBase&) = delete;
+    FutureImplBase& operator=(const FutureImplBase&) = delete;
     ~FutureImplBase() override;
 
     /// As `set`, without an error. When storing throws, the exception passes through and nothing has changed.
@@ -153,7 +155,7 @@ class NQCORE_TEMPLATE_API FutureImpl : public FutureImplBase {
 public:
     FutureImpl() {}
 
-    bool set_value(T&& value) { return signal_success(s_steps, &value); }
+    bool set_value(T&& value) { return signal_success(s_steps, __builtin_addressof(value)); }
     bool add_observer(IFutureObserver<T>* observer, FutureObserverOwner owner) {
         return add_observer_entry(Observer(observer, static_cast<FutureObserverOwner&&>(owner)));
     }
@@ -175,7 +177,8 @@ protected:
 
 private:
     static void store(FutureImplBase& state, void* value) {
-        ::new (&static_cast<FutureImpl&>(state).m_value) T(static_cast<T&&>(*static_cast<T*>(value)));
+        ::new (static_cast<void*>(__builtin_addressof(static_cast<FutureImpl&>(state).m_value)))
+            T(static_cast<T&&>(*static_cast<T*>(value)));
     }
     static void tell(const FutureImplBase& state, IFutureObserverBase& observer) {
         static_cast<IFutureObserver<T>&>(observer).on_future_value(static_cast<const FutureImpl&>(state).m_value);
@@ -284,6 +287,7 @@ public:
     ///
     /// In       `owner`: keeps the observer alive while it is registered; may be null when the caller sees to that.
     /// Returns  false when the future is ready: the observer is not kept and not called.
+    /// Errors   "error.nqcore.result.badParameter" for a null observer.
     bool add_observer(IFutureObserver<T>* observer, impl::FutureObserverOwner owner = {}) const {
         return impl()->add_observer(observer, static_cast<impl::FutureObserverOwner&&>(owner));
     }

@@ -297,7 +297,7 @@ public:
     template <class U = T>
         requires(std::is_constructible_v<T, U &&>)
     void return_value(U&& value) {
-        ::new (static_cast<void*>(&m_value)) T(static_cast<U&&>(value));
+        ::new (static_cast<void*>(__builtin_addressof(m_value))) T(static_cast<U&&>(value));
         m_hasValue = true;
     }
 

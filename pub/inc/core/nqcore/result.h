@@ -84,7 +84,7 @@ public:
     [[nodiscard]] bool has_error() const override { return false; }
     [[nodiscard]] bool is_waitable() const override { return true; }
     bool wait(const RelativeTime&) const override { return true; }
-    const void* get() const override { return &m_value; }
+    const void* get() const override { return __builtin_addressof(m_value); }
     [[nodiscard]] RefCountPtr<const ErrorInfo> error_info() const override { return {}; }
 
 private:
@@ -143,7 +143,7 @@ public:
             m_future.get();
             return &Nil::instance;
         } else {
-            return &m_future.get();
+            return __builtin_addressof(m_future.get());
         }
     }
     [[nodiscard]] RefCountPtr<const ErrorInfo> error_info() const override { return m_future.error_info(); }
@@ -196,6 +196,8 @@ protected:
     void swap_base(ResultBase& other) noexcept { m_impl.swap(other.m_impl); }
 
 private:
+    template <class T>
+    friend class Result;
     friend class AnyResultBarrier;
     friend class AsyncOpHandle;
 
@@ -251,8 +253,7 @@ private:
 
     /// `other`, or an empty result when its object is of another type.
     static Result dynamic_cast_from(const ResultBase& other) {
-        return Result(RefCountPtr<const impl::ResultImpl<T>>(
-            dynamic_cast<const impl::ResultImpl<T>*>(static_cast<const Result&>(other).impl())));
+        return Result(RefCountPtr<const impl::ResultImpl<T>>(dynamic_cast<const impl::ResultImpl<T>*>(other.impl())));
     }
 };
 
@@ -278,8 +279,13 @@ Result<T> failed_result(RefCountPtr<const ErrorInfo> error) {
         new impl::ErrorResultImpl<T>(static_cast<RefCountPtr<const ErrorInfo>&&>(error))));
 }
 /// A result that becomes ready with `future`.
+///
+/// Errors   "error.nqcore.result.badParameter" for a null handle.
 template <class T>
 Result<T> future_result(Future<T> future) {
+    if (future.is_null()) {
+        impl::raise_null_future_error();
+    }
     return Result<T>(
         RefCountPtr<const impl::ResultImpl<T>>(new impl::FutureResultImpl<T>(static_cast<Future<T>&&>(future))));
 }

@@ -122,17 +122,26 @@ public:
     DispatchedCompletion(T value) : m_value(static_cast<T&&>(value)) {}
     /// Errors   "error.nqcore.result.badParameter" for null.
     DispatchedCompletion(const RefCountPtr<const ErrorInfo>& error) : m_error(error) { require(error); }
-    DispatchedCompletion(const DispatchedCompletion& other) : m_error(other.m_error) {
+    DispatchedCompletion(const DispatchedCompletion& other)
+        requires(std::is_copy_constructible_v<T>)
+        : m_error(other.m_error) {
         if (m_error.is_null()) {
-            ::new (&m_value) T(other.m_value);
+            ::new (place()) T(other.m_value);
         }
     }
-    DispatchedCompletion(DispatchedCompletion&& other) : m_error(other.m_error) {
+    DispatchedCompletion(DispatchedCompletion&& other) noexcept(std::is_nothrow_move_constructible_v<T>)
+        : m_error(other.m_error) {
         if (m_error.is_null()) {
-            ::new (&m_value) T(static_cast<T&&>(other.m_value));
+            ::new (place()) T(static_cast<T&&>(other.m_value));
         }
     }
-    DispatchedCompletion& operator=(const DispatchedCompletion&) = delete;
+    /// From a temporary, a moved or a copied one.
+    DispatchedCompletion& operator=(DispatchedCompletion other) noexcept
+        requires(std::is_nothrow_move_constructible_v<T>)
+    {
+        this->~DispatchedCompletion();
+        return *::new (static_cast<void*>(this)) DispatchedCompletion(static_cast<DispatchedCompletion&&>(other));
+    }
     ~DispatchedCompletion() {
         if (m_error.is_null()) {
             m_value.~T();
@@ -157,6 +166,7 @@ private:
             raise_result_failure_null();
         }
     }
+    [[nodiscard]] void* place() noexcept { return __builtin_addressof(m_value); }
 
     RefCountPtr<const ErrorInfo> m_error;
     union {

@@ -81,17 +81,13 @@ class NQCORE_TEMPLATE_API ResultControlDirectIfSynchronousBase : public ResultCo
 public:
     [[nodiscard]] bool is_ignored() const override { return true; }
     Result<T> signal_error(const RefCountPtr<const ErrorInfo>& error) override { return failed_result<T>(error); }
-};
-
-/// The same with the direct answer of success.
-template <class T>
-class NQCORE_TEMPLATE_API ResultControlDirectIfSynchronous : public ResultControlDirectIfSynchronousBase<T> {
-public:
     Result<T> signal_result(T value) override { return ready_result(static_cast<T&&>(value)); }
 };
 template <>
-class NQCORE_TEMPLATE_API ResultControlDirectIfSynchronous<void> : public ResultControlDirectIfSynchronousBase<void> {
+class NQCORE_TEMPLATE_API ResultControlDirectIfSynchronousBase<void> : public ResultControl<void> {
 public:
+    [[nodiscard]] bool is_ignored() const override { return true; }
+    Result<void> signal_error(const RefCountPtr<const ErrorInfo>& error) override { return failed_result<void>(error); }
     Result<void> signal_result() override { return ready_result(); }
 };
 
@@ -135,7 +131,7 @@ public:
 
 /// "Tell me what is known when you return; ignore the rest."
 template <class T>
-class NQCORE_TEMPLATE_API ResultControlIgnoredIfAsync final : public impl::ResultControlDirectIfSynchronous<T> {
+class NQCORE_TEMPLATE_API ResultControlIgnoredIfAsync final : public impl::ResultControlDirectIfSynchronousBase<T> {
 public:
     [[nodiscard]] RefCountPtr<AsyncResult<T>> create_async_handler() override {
         return impl::AsyncResultIgnoredBase<T>::create(*this);
@@ -144,7 +140,7 @@ public:
 
 /// "A ready result, or one that I can wait for": a later answer fills a future of its own.
 template <class T>
-class NQCORE_TEMPLATE_API ResultControlFutureIfAsync final : public impl::ResultControlDirectIfSynchronous<T> {
+class NQCORE_TEMPLATE_API ResultControlFutureIfAsync final : public impl::ResultControlDirectIfSynchronousBase<T> {
 public:
     [[nodiscard]] RefCountPtr<AsyncResult<T>> create_async_handler() override {
         return impl::AsyncResultFutureBase<T>::create(*this, Future<T>());
@@ -153,7 +149,7 @@ public:
 
 /// "Answer at once": the result of a later answer is "error.nqcore.result.invalidAsynchrony".
 template <class T>
-class NQCORE_TEMPLATE_API ResultControlErrorIfAsync final : public impl::ResultControlDirectIfSynchronous<T> {
+class NQCORE_TEMPLATE_API ResultControlErrorIfAsync final : public impl::ResultControlDirectIfSynchronousBase<T> {
 public:
     [[nodiscard]] RefCountPtr<AsyncResult<T>> create_async_handler() override {
         return impl::AsyncResultErrorBase<T>::create(*this);

@@ -31,7 +31,9 @@ Event& ace_event(impl::EventStorage& event) noexcept { return *std::launder(rein
 
 int answer(int result) noexcept { return result == 0 ? 0 : errno == ETIME ? s_eventTimedOut : errno; }
 
+// Ends no earlier than `ns` from now: ACE drops what lies below a millisecond.
 int wait_for_span(impl::EventStorage& event, std::int64_t ns) noexcept {
+    ns += 999'999;
     const ACE_Time_Value span(static_cast<time_t>(ns / s_nsPerSecond),
                               static_cast<suseconds_t>(ns % s_nsPerSecond / 1'000));
     return answer(ace_event(event).wait(&span, 0));
@@ -61,8 +63,8 @@ int wait_for_event_until(impl::EventStorage& event, std::int64_t deadlineNs) noe
         if (__builtin_sub_overflow(deadlineNs, system_time_ns(), &left)) {
             left = deadlineNs < 0 ? 0 : INT64_MAX;
         }
-        const bool isLast = left <= s_longestWaitNs;
-        const int result = wait_for_span(event, left < 0 ? 0 : isLast ? left : s_longestWaitNs);
+        const bool isLast = left <= 0;
+        const int result = wait_for_span(event, isLast ? 0 : left < s_longestWaitNs ? left : s_longestWaitNs);
         if (isLast || result != s_eventTimedOut) {
             return result;
         }
