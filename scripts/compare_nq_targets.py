@@ -198,6 +198,7 @@ CASES = [
     (1, ["cpu", "--cpu", "4000000000"], b""),
     (0, ["trace", "--help"], b""),
     (2, ["trace", "--all"], b""),
+    (2, ["trace", "--full", "--json"], b""),
 ]
 CASES += [(0, ["cpu", "--from", "cpuid.txt", *form], b"") for form in (
     [], ["--cpu", "5"], ["--all", "--json"], ["--raw", "--all"], ["--raw", "--json"], ["--info"], ["--info", "--cpu", "5"],

@@ -16,6 +16,7 @@ namespace {
 
 constexpr Option s_options[] = {
     {.name = "--demo", .help = "Let an assertion fail, as with KAVO_ASSERT_THROW_ALWAYS=1, and show what is thrown"},
+    {.name = "--full", .help = "Write the registers before the frames, and the stack's memory after them"},
     s_jsonOption,
 };
 
@@ -71,16 +72,30 @@ std::string json_trace(const nqcore::StackTrace& trace) {
 }
 
 int run_trace(Context& context) {
-    if (context.arguments.has("demo")) {
+    const bool isDemo = context.arguments.has("demo");
+    const bool isFull = context.arguments.has("full");
+    const bool isJson = context.arguments.has("json");
+    if (isFull && (isDemo || isJson)) {
+        throw_usage("--full goes with neither --demo nor --json");
+    }
+    if (isDemo) {
         return run_demo(context);
     }
-    if (context.arguments.has("json")) {
+    if (isJson) {
         context.out.write(json_trace(nqcore::StackTrace::capture()));
-    } else {
-        std::ostringstream text;
-        nqcore::StackTrace::write_current(text);
-        context.out.write(text.str());
+        return s_exitDone;
     }
+    std::ostringstream text;
+    if (isFull) {
+        nqcore::StackTrace::write_current_registers(text);
+        text << '\n';
+    }
+    nqcore::StackTrace::write_current(text);
+    if (isFull) {
+        text << '\n';
+        nqcore::StackTrace::write_current_dump(text);
+    }
+    context.out.write(text.str());
     return s_exitDone;
 }
 

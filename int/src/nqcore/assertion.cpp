@@ -22,6 +22,7 @@
 #include "nqcore/main_intercept.h"
 #include "nqcore/string_util.h"
 #include "platform/environment.h"
+#include "platform/os_error.h"
 #include "platform/ui.h"
 
 #include <algorithm>
@@ -55,15 +56,19 @@ constinit AssertionSites s_traced;
 const ErrorReserve s_outOfMemory(assertion_error_without_values);
 
 // An assertion that goes on has changed nothing for the code around it.
-class ErrnoKept {
+class ErrorNumbersKept {
 public:
-    ErrnoKept() noexcept = default;
-    ErrnoKept(const ErrnoKept&) = delete;
-    ErrnoKept& operator=(const ErrnoKept&) = delete;
-    ~ErrnoKept() { errno = m_value; }
+    ErrorNumbersKept() noexcept = default;
+    ErrorNumbersKept(const ErrorNumbersKept&) = delete;
+    ErrorNumbersKept& operator=(const ErrorNumbersKept&) = delete;
+    ~ErrorNumbersKept() {
+        errno = m_errno;
+        platform::set_last_os_error(m_osError);
+    }
 
 private:
-    const int m_value = errno;
+    const unsigned long m_osError = platform::last_os_error();
+    const int m_errno = errno;
 };
 
 // To be shown from the caller's frame on. In a stack that does not have it, which is damaged, everything is shown.
@@ -194,7 +199,7 @@ bool act_on(BoxAnswer answer, const FailedAssertion& assertion) {
 }
 
 bool report(FailedAssertion& assertion, const void* caller, unsigned flags) {
-    const ErrnoKept errnoKept;
+    const ErrorNumbersKept numbersKept;
     const ReportingScope scope;
     if (scope.is_nested()) {
         write_nested(assertion);

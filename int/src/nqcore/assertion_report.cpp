@@ -85,16 +85,18 @@ std::string dialog_stack(const FailedAssertion& assertion) {
 }
 
 std::string record_stack(const FailedAssertion& assertion) {
-    return produced(failedText,
-                    [&assertion](std::ostream& stream) { write_stack(stream, assertion, reportFrameLimit); });
+    return produced(failedText, [&assertion](std::ostream& stream) {
+        write_stack(stream, assertion, reportFrameLimit);
+        if (assertion.frameCount - assertion.skippedFrames > reportFrameLimit) {
+            stream << omittedFramesText;
+        }
+    });
 }
 
 std::string record_dump(const FailedAssertion& assertion) {
     return produced(failedText, [&assertion](std::ostream& stream) {
-        const auto frames = frames_of(assertion).subspan(assertion.skippedFrames);
-        const std::uintptr_t begin =
-            frames.empty() || frames[0].stackPointer == 0 ? assertion.registers.stackPointer : frames[0].stackPointer;
-        write_stack_dump(stream, begin, assertion.stack, frames, reportFrameLimit);
+        write_stack_dump(stream, assertion.registers, assertion.stack,
+                         frames_of(assertion).subspan(assertion.skippedFrames));
     });
 }
 

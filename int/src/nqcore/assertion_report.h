@@ -28,7 +28,7 @@ struct FailedAssertion {
     std::uint32_t thread;
     platform::StackBounds stack;
     platform::Registers registers;
-    platform::StackFrame frames[reportFrameLimit];
+    platform::StackFrame frames[reportFrameLimit + 8];  // so many that a cut can be told from the end
     std::size_t frameCount = 0;
     /// Frames of the reporting itself, which are not shown. They lead to the registers of those that are.
     std::size_t skippedFrames = 0;

@@ -25,7 +25,7 @@ void append_register(std::string& out, std::string_view name, std::uint64_t valu
     append_hex(out, value, digits);
 }
 
-// In       `letter`: the first of the register's name; `name`: the rest of it.
+// In       `name`: without its first letter.
 void append_pointer_register(std::string& out, const char* name, std::uintptr_t value) {
     out += platform::register_width_letter();
     append_register(out, name, value, addressDigits);

@@ -16,6 +16,9 @@ namespace nqcore::impl {
 /// In place of a text whose production failed.
 inline constexpr const char failedText[] = "<failed>";
 
+/// In place of what is beyond the limit of a stack trace.
+inline constexpr const char omittedFramesText[] = "(subsequent frames omitted)\n";
+
 /// How many frames the reports show.
 inline constexpr std::size_t reportFrameLimit = 64;
 
@@ -31,6 +34,10 @@ void write_elided_dump(std::ostream& stream, std::uintptr_t from, std::uintptr_t
 /// The stack's memory from `stackPointer` to `bounds.base`, with a line at each frame; at most `limit` frames.
 void write_stack_dump(std::ostream& stream, std::uintptr_t stackPointer, platform::StackBounds bounds,
                       std::span<const platform::StackFrame> frames, std::size_t limit);
+
+/// The same from the first frame's stack pointer, or that of the registers where it is not known.
+void write_stack_dump(std::ostream& stream, const platform::Registers& registers, platform::StackBounds bounds,
+                      std::span<const platform::StackFrame> frames);
 
 /// Whether parameters are written with their values, which are there only while the frames are.
 enum class ParameterValues : bool { No, Yes };

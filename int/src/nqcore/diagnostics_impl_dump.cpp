@@ -154,4 +154,11 @@ void write_stack_dump(std::ostream& stream, std::uintptr_t stackPointer, platfor
     write_elided_dump(stream, position, bounds.base, 256, tail);
 }
 
+void write_stack_dump(std::ostream& stream, const platform::Registers& registers, platform::StackBounds bounds,
+                      std::span<const platform::StackFrame> frames) {
+    const bool isKnown = !frames.empty() && frames[0].stackPointer != 0;
+    write_stack_dump(stream, isKnown ? frames[0].stackPointer : registers.stackPointer, bounds, frames,
+                     reportFrameLimit);
+}
+
 }  // namespace nqcore::impl

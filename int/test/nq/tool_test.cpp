@@ -169,6 +169,10 @@ TEST(Tool, Trace) {
     }
     EXPECT_EQ(run("trace --demo --json").out.find("{\"code\":\"error.exception.assert\""), 0u);
     EXPECT_NE(run("trace").out.find("[0x"), std::string::npos);
+    const std::string full = run("trace --full").out;
+    EXPECT_LT(full.find("SP="), full.find("\n\n[0x"));
+    EXPECT_LT(full.find("\n\n[0x"), full.find("> Frame 1 -- fp="));
+    EXPECT_NE(full.find("> Frame 1 -- fp="), std::string::npos);
     EXPECT_EQ(run("trace --json").out.find("{\"address\":"), 0u);
 }
 

@@ -14,6 +14,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <functional>
@@ -132,6 +133,19 @@ TEST_F(Assertion, StackBeginsAtTheCaller) {
     EXPECT_LT(dump.find(frame), dump.find("> Frame 3")) << dump;
 }
 
+[[gnu::noinline]] ErrorInfo::Ptr error_below(unsigned depth) {
+    const ErrorInfo::Ptr error = depth == 0 ? error_of("f", 1, "g", "e", nullptr) : error_below(depth - 1);
+    return error;
+}
+
+TEST_F(Assertion, DeepStacksAreCutAndSayIt) {
+    const ErrorInfo::Ptr error = error_below(100);
+    const std::string trace = value_of(error, "stackTrace");
+    EXPECT_EQ(std::count(trace.begin(), trace.end(), '\n'), 65);
+    EXPECT_TRUE(trace.ends_with("\n(subsequent frames omitted)\n"));
+    EXPECT_TRUE(value_of(error, "stackDump").ends_with(" (subsequent frames omitted)\n"));
+}
+
 TEST_F(Assertion, NullTextsAreEmpty) {
     const ErrorInfo::Ptr error = error_of(nullptr, 0, nullptr, nullptr, nullptr);
     for (const char* const name : {"filename", "function", "expression", "details"}) {
@@ -147,6 +161,7 @@ TEST_F(Assertion, Macros) {
     NQCORE_ASSERT(yes());
     NQCORE_ASSERT_DETAILS(yes(), "details");
     EXPECT_TRUE(NQCORE_VERIFY(yes()));
+    NQCORE_VERIFY(evaluated == 3);  // as a statement
     EXPECT_EQ(evaluated, 3);
     EXPECT_THROW(NQCORE_ASSERT(std::is_same_v<int, long>), ErrorException);  // a comma is no separator
     EXPECT_THROW(NQCORE_ASSERT_UNREACHABLE("no such case"), ErrorException);

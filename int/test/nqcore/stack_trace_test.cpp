@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace nqcore {
@@ -68,6 +69,31 @@ TEST(StackTrace, HoldsAsManyFramesAsItHasRoomFor) {
     const StackTrace more = captured_at(most - depthHere + 1);
     EXPECT_TRUE(more.size() == most && more.is_truncated());
     EXPECT_TRUE(more.as_string().ends_with("\n(subsequent frames omitted)\n"));
+}
+
+// So many lines, and whether there is one that tells of more.
+[[gnu::noinline, gnu::optimize("O0")]] std::pair<std::ptrdiff_t, bool> written_below(unsigned depth, unsigned skip) {
+    if (depth != 0) {
+        return written_below(depth - 1, skip);
+    }
+    std::ostringstream stream;
+    StackTrace::write_current(stream, skip);
+    const std::string text = stream.str();
+    const bool hasMore = text.ends_with("(subsequent frames omitted)\n");
+    return {std::count(text.begin(), text.end(), '\n') - hasMore, hasMore};
+}
+
+TEST(StackTrace, WritesAsManyFramesAsItSays) {
+    const std::pair<std::ptrdiff_t, bool> full(StackTrace::maxFrames, true);
+    for (const unsigned skip : {0u, 10u, 64u, 70u}) {
+        EXPECT_EQ(written_below(200, skip), full) << skip;
+    }
+    const auto rest = written_below(200, 200);
+    EXPECT_TRUE(rest.first > 0 && rest.first < full.first && !rest.second) << rest.first;
+    for (const unsigned skip : {4000u, 4'294'967'295u}) {
+        EXPECT_EQ(written_below(1, skip), (std::pair<std::ptrdiff_t, bool>(0, false)));
+        EXPECT_TRUE(StackTrace::capture(skip).empty());
+    }
 }
 
 // Not in a register, whose value is gone when others are called.

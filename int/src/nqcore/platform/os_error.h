@@ -20,4 +20,8 @@ enum class ErrnoNumbering { Windows, Posix };
 [[nodiscard]] unsigned long saved_os_error() noexcept;
 void set_saved_os_error(unsigned long error) noexcept;
 
+/// The number of the calling thread's last failed system call, where that is not `errno`.
+[[nodiscard]] unsigned long last_os_error() noexcept;
+void set_last_os_error(unsigned long error) noexcept;
+
 }  // namespace nqcore::platform

@@ -63,6 +63,9 @@ NQCORE_API NQCORE_COLD bool report_failed_assert_aux(const char* file, unsigned 
     return false;
 }
 
+// A call, so that compilers do not warn of a statement whose value nobody uses.
+[[gnu::always_inline]] constexpr bool verified(bool condition) noexcept { return condition; }
+
 }  // namespace impl
 }  // namespace nqcore
 
@@ -79,6 +82,6 @@ NQCORE_API NQCORE_COLD bool report_failed_assert_aux(const char* file, unsigned 
 #else
 #    define NQCORE_ASSERT_DETAILS(condition, details) static_cast<void>(sizeof((condition) || (details)))
 #    define NQCORE_ASSERT(...) static_cast<void>(sizeof((__VA_ARGS__) || true))
-#    define NQCORE_VERIFY(...) static_cast<bool>(__VA_ARGS__)
+#    define NQCORE_VERIFY(...) ::nqcore::impl::verified(static_cast<bool>(__VA_ARGS__))
 #    define NQCORE_ASSERT_UNREACHABLE(details) static_cast<void>(sizeof(details))
 #endif

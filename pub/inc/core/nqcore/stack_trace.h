@@ -71,7 +71,16 @@ public:
 
     /// The calling thread's stack, one line for each frame, with the parameters' names and values where the program has
     /// debug information.
+    ///
+    /// In       `skip`: as for `capture`. At most `maxFrames` frames are written, and a line when there are more.
+    /// Errors   `std::bad_alloc`.
     static void write_current(std::ostream& stream, unsigned skip = 0);
+
+    /// The calling thread's registers, as they are in this call.
+    NQCORE_COLD static void write_current_registers(std::ostream& stream);
+    /// The calling thread's stack as memory, in hexadecimal words, with a line at each frame; long stretches without their
+    /// middle.
+    NQCORE_COLD static void write_current_dump(std::ostream& stream);
 
 private:
     Frame m_frames[maxFrames] = {};

@@ -15,4 +15,8 @@ unsigned long saved_os_error() noexcept { return s_savedOsError; }
 
 void set_saved_os_error(unsigned long error) noexcept { s_savedOsError = error; }
 
+unsigned long last_os_error() noexcept { return 0; }
+
+void set_last_os_error(unsigned long) noexcept {}
+
 }  // namespace nqcore::platform

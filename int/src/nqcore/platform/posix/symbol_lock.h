@@ -12,7 +12,6 @@ public:
     static void acquire() noexcept;
     /// Returns  false at once when another thread has it.
     [[nodiscard]] static bool try_acquire() noexcept;
-    /// Returns  whether that was the last of the thread's acquisitions.
     static void release() noexcept;
     /// How often the calling thread, which has it, has taken it.
     [[nodiscard]] static unsigned depth() noexcept;

@@ -15,6 +15,7 @@ namespace {
 using std::string_view;
 
 // Codes and tags of the debug-help library that have no name in the interface: texts are the same on all systems.
+constexpr unsigned s_noCode = 0;
 constexpr unsigned s_complex = 9;
 constexpr unsigned s_char16 = 32;
 constexpr unsigned s_char32 = 33;
@@ -41,7 +42,7 @@ constexpr unsigned s_unknownTag = 0;
         case DW_ATE_boolean:
             return baseTypeBool;
         case DW_ATE_float:
-            return baseTypeFloat;
+            return name == "__float128" || name == "_Float128" ? s_noCode : baseTypeFloat;  // no format writes those
         case DW_ATE_complex_float:
             return s_complex;
         case DW_ATE_signed_char:
@@ -55,7 +56,7 @@ constexpr unsigned s_unknownTag = 0;
         case DW_ATE_unsigned:
             return is_plain_long(name) ? baseTypeUnsignedLong : baseTypeUnsigned;
         default:
-            return baseTypeVoid - 1;  // none
+            return s_noCode;
     }
 }
 

@@ -124,19 +124,42 @@ bool write_all(int file, std::string_view text) noexcept {
     return true;
 }
 
+// Finds what steers a terminal: control characters but for tabulators and ends of lines, the upper ones (0x80 to 0x9F)
+// alone and as UTF-8.
+class Controls {
+public:
+    // To be asked of each byte of a text in turn.
+    bool has(unsigned char byte, unsigned char next) noexcept {
+        if (m_expected != 0 && (byte & 0xC0u) == 0x80) {
+            --m_expected;
+            return m_isUpper;
+        }
+        m_expected = byte >= 0xF0 ? 3 : byte >= 0xE0 ? 2 : byte >= 0xC2 ? 1 : 0;
+        m_isUpper = byte == 0xC2 && is_upper(next);
+        return m_isUpper || is_upper(byte) || byte == 0x7F || (byte < 0x20 && byte != '\n' && byte != '\t');
+    }
+
+private:
+    static bool is_upper(unsigned char byte) noexcept { return byte >= 0x80 && byte < 0xA0; }
+
+    int m_expected = 0;  // bytes of the character that are still to come
+    bool m_isUpper = false;
+};
+
 // Whatever the text holds, it does not steer the terminal. In pieces, because memory may have run out.
 bool write_shown(int file, std::string_view text) noexcept {
     static constexpr char digits[] = "0123456789abcdef";
     char shown[512];
     std::size_t size = 0;
-    for (const char character : text) {
-        const auto byte = static_cast<unsigned char>(character);
-        if ((byte < 0x20 && character != '\n' && character != '\t') || byte == 0x7F) {
+    Controls controls;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const auto byte = static_cast<unsigned char>(text[i]);
+        if (controls.has(byte, static_cast<unsigned char>(i + 1 < text.size() ? text[i + 1] : '\0'))) {
             for (const char written : {'\\', 'x', digits[byte >> 4], digits[byte & 15]}) {
                 shown[size++] = written;
             }
         } else {
-            shown[size++] = character;
+            shown[size++] = text[i];
         }
         if (size > sizeof shown - 4) {
             if (!write_all(file, {shown, size})) {

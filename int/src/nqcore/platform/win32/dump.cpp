@@ -1,4 +1,5 @@
 #include "../dump.h"
+#include "../symbols.h"
 
 #include "wide_text.h"
 
@@ -30,6 +31,7 @@ DumpResult write_new_file(const wchar_t* path) {
     if (file == INVALID_HANDLE_VALUE) {
         return GetLastError() == ERROR_FILE_EXISTS ? DumpResult::NameTaken : DumpResult::Failed;
     }
+    const SymbolScope symbols;  // the library is not made for threads, in this call either
     const bool isWritten =
         writeDump(GetCurrentProcess(), GetCurrentProcessId(), file, s_content, nullptr, nullptr, nullptr) != 0;
     CloseHandle(file);

@@ -33,4 +33,8 @@ unsigned long saved_os_error() noexcept { return _doserrno; }
 
 void set_saved_os_error(unsigned long error) noexcept { _doserrno = error; }
 
+unsigned long last_os_error() noexcept { return GetLastError(); }
+
+void set_last_os_error(unsigned long error) noexcept { SetLastError(error); }
+
 }  // namespace nqcore::platform

@@ -31,7 +31,8 @@ enum Outcome { goesOn = 40, debugger = 41, throws = 42 };
 
 int outcome(unsigned line) {
     try {
-        return nqcore::report_failed_debug_assert("dir/prompt.cpp", line, "app::run()", "count > 0", "bell \a in text")
+        return nqcore::report_failed_debug_assert("dir/prompt.cpp", line, "app::run()", "count > 0",
+                                                  "bell \a, \xC2\x9B, \x9B and \xE2\x82\xAC in text")
                    ? goesOn
                    : debugger;
     } catch (const nqcore::ErrorException& failure) {
@@ -123,7 +124,8 @@ TEST(AssertionPrompt, ShowsTheReport) {
                                    "Meridel Core Library\r\n\r\nDebug Assertion Failed!\r\n\r\nProgram: "
                                    ".*assertion_terminal_test\r\nTimeUTC: .*\r\nFile: dir/prompt.cpp\r\nLine: "
                                    "11\r\nFunction: app::run\\(\\)\r\n\r\nExpression: count > 0\r\n\r\nDetails: bell "
-                                   "\\\\x07 in text\r\n\r\nThreadId: .*\\), Stack Trace:\r\n\\[0x(.|\n)*"
+                                   "\\\\x07, \\\\xc2\\\\x9b, \\\\x9b and \xE2\x82\xAC in text\r\n\r\nThreadId: .*\\), "
+                                   "Stack Trace:\r\n\\[0x(.|\n)*"
                                    "SHIFT-Ignore to ignore always\\)"));
     person.types("i");
     EXPECT_EQ(person.outcome(), goesOn);
