@@ -29,8 +29,12 @@ using NameMaker = SourceString (*)(std::string_view);
 class alignas(ErrorParamEntry) ErrorParamBlock {
 public:
     [[nodiscard]] static ErrorParamBlock* allocate(unsigned capacity) {
-        auto* const start = static_cast<char*>(
-            ::operator new(s_roomSize + sizeof(ErrorParamBlock) + std::size_t{capacity} * sizeof(ErrorParamEntry)));
+        std::size_t size = 0;  // 32 bits may not be enough for it
+        if (__builtin_mul_overflow(capacity, sizeof(ErrorParamEntry), &size) ||
+            __builtin_add_overflow(size, s_roomSize + sizeof(ErrorParamBlock), &size)) {
+            throw std::bad_alloc();
+        }
+        auto* const start = static_cast<char*>(::operator new(size));
         return ::new (static_cast<void*>(start + s_roomSize)) ErrorParamBlock(capacity);
     }
 

@@ -1,16 +1,20 @@
 #include "nqcore/source_location.h"
 
+#include "error_text.h"
+
 #include <cstring>
 #include <string>
 
 namespace nqcore {
 namespace {
 
-std::string_view text_of(const char* text, unsigned length) noexcept {
+std::string_view text_of(const char* text, unsigned length) {
     if (text == nullptr) {
         return {};
     }
-    return {text, length >= SourceString::npos - 1 ? std::strlen(text) : length};
+    const std::size_t size = length >= SourceString::npos - 1 ? std::strlen(text) : length;
+    impl::check_text_length(size);
+    return {text, size};
 }
 
 // From the first slash, or from the start, up to `end`; the whole text when that span holds nothing.

@@ -35,6 +35,9 @@ TEST(ErrorCode, AssignSwapTransferClear) {
     a.swap(b);
     const ErrorCode c(a.transfer());
     EXPECT_TRUE(a.empty() && c == "error.b" && b == "error.a");
+    a.assign(c);
+    b.assign(ErrorCode("error.c"));
+    EXPECT_TRUE(a == "error.b" && b == "error.c");
     b.clear();
     EXPECT_TRUE(b.empty());
 }

@@ -2,6 +2,7 @@
 
 #include "error_test_support.h"
 
+#include <new>
 #include <sstream>
 #include <stdexcept>
 
@@ -130,6 +131,14 @@ TEST(ErrorParams, ExpansionSharesWhatItCan) {
     const SourceString plain("plain", true);
     EXPECT_EQ(ErrorParams().expanded_message(plain).data(), plain.data());
     EXPECT_FALSE(ErrorParams().expanded_message("plain", 5).is_reference());
+}
+
+TEST(ErrorParams, RefusesWhatCannotBe) {
+    EXPECT_THROW(static_cast<void>(ErrorParams().expanded_message("plain", 0x80000000u)), std::length_error);
+    EXPECT_THROW(SourceLocation::file_path_from_file_id("plain", 0x80000000u), std::length_error);
+    if (sizeof(std::size_t) == 4) {
+        EXPECT_THROW(ErrorParams().reserve(0x08000000), std::bad_alloc);
+    }
 }
 
 }  // namespace

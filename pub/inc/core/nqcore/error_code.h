@@ -48,6 +48,8 @@ public:
     void assign(const char* text, unsigned length) { *this = ErrorCode(text, length, false); }
     void assign(const char* text, unsigned length, bool isStatic) { *this = ErrorCode(text, length, isStatic); }
     void assign(const SourceString& text) noexcept { m_value = text; }
+    void assign(const ErrorCode& other) noexcept { *this = other; }
+    void assign(ErrorCode&& other) noexcept { *this = static_cast<ErrorCode&&>(other); }
     void assign(TransferSource<ErrorCode> source) noexcept { *this = source.take(); }
     void clear() noexcept { m_value.clear(); }
     void swap(ErrorCode& other) noexcept { m_value.swap(other.m_value); }
@@ -61,7 +63,7 @@ public:
     /// Appends "." and the segment; on an empty code the segment alone. The code is a copy of its own afterwards.
     ///
     /// In       `segment`: null does nothing; `length`: `npos` measures.
-    /// Errors   `std::length_error` when the code would grow beyond 2147483646 bytes; `std::bad_alloc`.
+    /// Errors   `std::length_error` when the code would grow beyond 2147483647 bytes; `std::bad_alloc`.
     void append_segment(const char* segment);
     void append_segment(const char* segment, unsigned length);
 

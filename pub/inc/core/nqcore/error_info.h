@@ -29,6 +29,9 @@ class NQCORE_API ErrorInfo : public RefCounted<AtomicRefCount> {
 public:
     using Ptr = RefCountPtr<const ErrorInfo>;
 
+    ErrorInfo(const ErrorInfo&) = delete;
+    ErrorInfo& operator=(const ErrorInfo&) = delete;
+
     /// A record. A `const char*` message is kept by reference and must be a literal.
     [[nodiscard]] static Ptr create(const ErrorCode& code, const char* message, const SourceLocation& location);
     [[nodiscard]] static Ptr create(const ErrorCode& code, const SourceString& message, const SourceLocation& location);

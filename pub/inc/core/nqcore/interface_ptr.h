@@ -9,7 +9,7 @@
 
 namespace nqcore {
 
-/// Two fields: the interface, then its owner. Copies share the owner.
+/// Two fields: the interface, then its owner. Copies share the owner; one that was moved from is null.
 ///
 /// In       `Owner`: a smart pointer; the object must live at least as long as it.
 template <class Interface, class Owner>
@@ -18,6 +18,18 @@ public:
     constexpr InterfacePtr() noexcept = default;
     constexpr InterfacePtr(std::nullptr_t) noexcept {}
     InterfacePtr(Interface* object, Owner owner) noexcept : m_interface(object), m_owner(static_cast<Owner&&>(owner)) {}
+    InterfacePtr(const InterfacePtr&) = default;
+    InterfacePtr(InterfacePtr&& other) noexcept
+        : m_interface(other.m_interface), m_owner(static_cast<Owner&&>(other.m_owner)) {
+        other.m_interface = nullptr;
+    }
+    InterfacePtr& operator=(const InterfacePtr&) = default;
+    InterfacePtr& operator=(InterfacePtr&& other) {
+        InterfacePtr taken(static_cast<InterfacePtr&&>(other));
+        m_interface = taken.m_interface;
+        m_owner = static_cast<Owner&&>(taken.m_owner);
+        return *this;
+    }
 
     [[nodiscard]] Interface* get() const noexcept { return m_interface; }
     Interface* operator->() const noexcept { return m_interface; }

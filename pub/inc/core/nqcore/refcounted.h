@@ -207,7 +207,9 @@ public:
         reset(object);
         return *this;
     }
-    RefCountPtr& operator=(std::nullptr_t) {
+    template <class Null>
+        requires(__is_same(Null, std::nullptr_t))  // so that `= {}` clears too
+    RefCountPtr& operator=(Null) {
         clear();
         return *this;
     }

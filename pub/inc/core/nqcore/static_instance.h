@@ -29,7 +29,8 @@ protected:
     /// Has `cleanup(argument)` called when the object manager closes, before everything registered earlier.
     ///
     /// In       `cleanup`: an exception that leaves it is dropped.
-    /// Errors   "error.nqcore.objectManager.closed" after the object manager has closed; `std::bad_alloc`.
+    /// Errors   "error.nqcore.objectManager.closed" after the object manager has closed and run cleanups;
+    ///          `std::bad_alloc`.
     /// Threads  any. The cleanup runs on the thread that closes the object manager, one cleanup at a time, no lock held.
     static void register_cleanup_aux(void (*cleanup)(void*), void* argument);
 
@@ -87,8 +88,8 @@ private:
 ///          outlive the object manager, or hold none.
 /// Errors   of every access: "error.nqcore.objectManager.closed" after the object has been destroyed; when the access
 ///          builds, also what the constructor throws, `std::bad_alloc`, "error.nqcore.objectManager.closed" when the
-///          object manager has closed, and "error.nqcore.objectManager" for a constructor that asks for its own instance.
-///          A failed construction leaves nothing behind, and the next access tries again.
+///          object manager has closed and destroyed others, and "error.nqcore.objectManager" for a constructor that asks
+///          for its own instance. A failed construction leaves nothing behind, and the next access tries again.
 /// Cost     one load and one test, once it is built.
 template <class T>
 class StaticInstance : private impl::StaticInstanceCore {

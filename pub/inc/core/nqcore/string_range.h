@@ -85,9 +85,9 @@ public:
         other = mine;
     }
 
-    /// By start, then by length.
     [[nodiscard]] constexpr std::uint32_t hash() const noexcept { return m_first * 0x9E3779B1u ^ m_length; }
 
+    /// By start, then by length.
     friend constexpr bool operator==(const StringRange&, const StringRange&) noexcept = default;
     friend constexpr std::strong_ordering operator<=>(const StringRange&, const StringRange&) noexcept = default;
 
