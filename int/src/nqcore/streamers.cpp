@@ -198,7 +198,7 @@ public:
     WideText(const wchar_t* text, unsigned length, unsigned limit) {
         int firstInvalid = -1;
         const unsigned size = wstr_to_utf8(text, length, nullptr, 0, '?', &firstInvalid);
-        m_isValid = firstInvalid < 0;
+        m_isValid = firstInvalid < 0 && std::none_of(text, text + length, has_no_form);
         // No size is given for what does not fit in 32 bits.
         m_isCut = size > limit || (size == 0 && length != 0);
         if (!m_isValid) {
@@ -219,6 +219,8 @@ public:
     [[nodiscard]] std::string_view view() const noexcept { return m_text; }
 
 private:
+    // What is measured, though it cannot be written. 16-bit characters have none of these.
+    static constexpr bool has_no_form(wchar_t character) noexcept { return (character & ~0x7FFFFFFF) != 0; }
     // The first half of a pair; 32-bit characters have none.
     static constexpr bool is_pair(wchar_t character) noexcept { return (character & ~0x3FF) == 0xD800; }
 

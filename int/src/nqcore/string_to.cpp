@@ -1,13 +1,14 @@
 #include "nqcore/string_to.h"
 
 #include "kernels/ascii_fold.h"
-#include "nqcore/error_exception.h"
+#include "nqcore/error_info.h"
 #include "nqcore/ucsutil.h"
 #include "text_length.h"
 
 #include <algorithm>
 #include <stdexcept>
 #include <string>
+#include <typeinfo>
 
 namespace nqcore {
 namespace {
@@ -139,15 +140,13 @@ bool string_to_bool(std::wstring_view text, ErrorSlot error) { return to_bool(te
 std::string string_to_string(std::string_view text, ErrorSlot) { return std::string(text); }
 
 std::string string_to_string(std::wstring_view text, ErrorSlot error) {
-    if (error == nullptr) {
-        return to_narrow(text);
+    int firstInvalid = -1;
+    std::string narrow = to_narrow(text, '?', &firstInvalid);
+    if (firstInvalid >= 0) {
+        string_to_failure(text.data(), length32(text), typeid(std::string), error);
+        narrow.clear();
     }
-    try {
-        return to_narrow(text);
-    } catch (const ErrorException& failure) {
-        *error = failure.error();
-        return {};
-    }
+    return narrow;
 }
 
 }  // namespace impl

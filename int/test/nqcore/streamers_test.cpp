@@ -104,6 +104,7 @@ TEST(StringStreamer, WritesTextOrDumps) {
 
 TEST(WStringStreamer, WritesUtf8OrDumps) {
     const std::wstring bad = {L'a', static_cast<wchar_t>(0xDC00), L'b'};
+    const std::wstring tooHigh = {L'a', static_cast<wchar_t>(sizeof(wchar_t) == 4 ? 0x80000000 : 0xD800), L'b'};
     const std::size_t bytes = bad.size() * sizeof(wchar_t);
     EXPECT_EQ(shown(WString(nullptr)), "");
     EXPECT_EQ(shown(WString(L"a\u00E9z", WString::npos, 3, '\'')), "'a\xC3\xA9...'");
@@ -111,6 +112,7 @@ TEST(WStringStreamer, WritesUtf8OrDumps) {
     EXPECT_EQ(shown(WString(L"\U0001F600\U0001F601", WString::npos, 7)), "\xF0\x9F\x98\x80...");
     EXPECT_EQ(shown(WString(std::wstring(300, L'w'))), run(256, 'w') + "...");
     EXPECT_EQ(shown(WString(bad)), "\n" + dump_of(bad.data(), bytes));
+    EXPECT_EQ(shown(WString(tooHigh)), "\n" + dump_of(tooHigh.data(), bytes));
     EXPECT_EQ(shown(WString(bad, 4)), " (first 4 of " + std::to_string(bytes) + "bytes)\n" + dump_of(bad.data(), 4));
 }
 

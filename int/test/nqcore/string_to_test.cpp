@@ -179,8 +179,8 @@ TEST(StringTo, TakesPointersLengthsAndStrings) {
     const std::wstring bad(3, wchar_t(0xDC00));
     Error error;
     EXPECT_EQ(string_to<std::string>(bad, &error), "");
-    EXPECT_THAT(error, HasCode("error.nqcore.string.conversion"));
-    EXPECT_THAT([&] { (void)string_to<std::string>(bad); }, ThrowsError(HasCode("error.nqcore.string.conversion")));
+    EXPECT_THAT(error, AllOf(HasCode("error.nqcore.string.extraction"), HasParam("text", "???")));
+    EXPECT_THAT([&] { (void)string_to<std::string>(bad); }, ThrowsError(HasCode("error.nqcore.string.extraction")));
     const Error kept = error;
     EXPECT_EQ(string_to<int>("5", &error), 5);
     EXPECT_EQ(error, kept) << "success leaves the slot alone";

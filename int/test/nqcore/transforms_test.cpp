@@ -28,7 +28,8 @@ TEST(Transforms, KnownTexts) {
     EXPECT_EQ(Base64::decode("Zg", {.allowMissingPadding = true}), "f");
     EXPECT_EQ(Base32::decode("MZXW6YTBOI======"), "foobar");
     EXPECT_EQ(Base64::encode(static_cast<const char*>(nullptr)) + Base64::encode({nullptr, 0}), "");
-    EXPECT_EQ(Base64::decode({}, nullptr), 0u);
+    EXPECT_EQ(Base64::decode({}, static_cast<void*>(nullptr)), 0u);
+    EXPECT_EQ(Base64::encode("foo", {}) + Base64::decode("Zm9v", {}), "Zm9vfoo");
     EXPECT_EQ(Base64::decoded_size("Zm9v\r\nYmFy\n", {.allowLineBreaks = true}), 6u);
 }
 

@@ -197,6 +197,7 @@ NQCORE_API void render_hex_dump(std::ostream& stream, const void* data, unsigned
 /// The same at the end of a string, for memory of any size and addresses that are no pointers, such as those in a file.
 /// (Include <string> to use it.)
 ///
+/// In       `data`, `prefix`: outside `out`.
 /// Errors   `std::bad_alloc`, `std::length_error`; the string is as before then.
 NQCORE_API void append_hex_dump(std::string& out, std::string_view data, std::uint64_t displayAddress,
                                 std::string_view prefix = {});

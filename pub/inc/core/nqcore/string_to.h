@@ -31,7 +31,8 @@ inline constexpr bool is_one_of = (std::is_same_v<T, Others> || ...);
 
 // The integer types that hold numbers. `char` is one; the other character types and `bool` are not.
 template <class T>
-concept NumberType = std::is_integral_v<T> && !is_one_of<T, bool, wchar_t, char8_t, char16_t, char32_t>;
+concept NumberType = std::is_integral_v<T> && sizeof(T) <= sizeof(long long) &&
+                     !is_one_of<T, bool, wchar_t, char8_t, char16_t, char32_t>;
 
 // The 64-bit form that integers of type `T` are widened to.
 template <class T>

@@ -145,7 +145,10 @@ public:
     ///
     /// Out      `out`: room for `encoded_size` characters, apart from the input; no NUL is added.
     /// Returns  the end of what was written.
-    static char* encode(ByteView in, char* out, EncodeOptions options = {}) noexcept {
+    // A template, so that "{}" in the second place means the options.
+    template <class Char>
+        requires(std::is_same_v<Char, char>)
+    static Char* encode(ByteView in, Char* out, EncodeOptions options = {}) noexcept {
         return impl::encode(transform, in, out, options);
     }
     /// Errors   `std::bad_alloc`, `std::length_error`.
@@ -172,7 +175,10 @@ public:
     ///          group whole (none where some is due, too little, too much, some after a whole group).
     ///          The first fault counts. Parameters: `stringPos`, the offset of the character, or the text's length when
     ///          it is truncated; `character`, the character ("\xNN" where it cannot be shown), unless truncated.
-    static std::size_t decode(std::string_view text, void* out, DecodeOptions options = {}) {
+    // A template, as `encode`.
+    template <class Byte>
+        requires(!std::is_const_v<Byte>)
+    static std::size_t decode(std::string_view text, Byte* out, DecodeOptions options = {}) {
         return impl::decode(transform, text, out, options);
     }
     /// The same, returning the record, null on success.
