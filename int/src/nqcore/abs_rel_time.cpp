@@ -65,7 +65,7 @@ double TimeBase::as_sec() const noexcept {
     return is_infinite() ? INFINITE_DOUBLE_SECONDS : static_cast<double>(m_value) / 1e9;
 }
 
-// The one place where floating point becomes a count. A number that does not fit gives what the processor's own
+// Where seconds become a count. A number that does not fit gives what the processor's own
 // conversion gives for it, the lowest count, instead of undefined behaviour.
 std::int64_t TimeBase::nsec_from(double seconds) noexcept {
     constexpr double s_limit = 9223372036854775808.0;  // 2^63

@@ -72,6 +72,7 @@ TEST(MonotonicTime, IsAPointOnItsLine) {
     EXPECT_TRUE(mono(s_min) < mono(0) && mono(s_max) < MonotonicTime(MonotonicTime::infinite));
     EXPECT_EQ(mono(8).remaining(mono(5)), ns(3));
     EXPECT_EQ(mono(5).remaining(mono(8)), ns(0));
+    EXPECT_EQ(MonotonicTime(MonotonicTimeBase::min_time).remaining(mono(8)), ns(0));
 }
 
 TEST(MonotonicTime, FollowsTheSystemClock) {

@@ -229,7 +229,8 @@ public:
     /// case, each with a fraction; years and months only as 0. What lies below a nanosecond is dropped; empty text is
     /// zero.
     ///
-    /// Range    more than `max_time`, or less than `min_time`, gives infinite.
+    /// Range    a sum, or an ISO 8601 value, beyond `max_time` or `min_time` gives infinite; a field of the human form that
+    ///          is too large by itself, and an ISO 8601 number above 2^63-1, are errors.
     /// Errors   "error.nqcore.relativeTime.invalidTimeString", with the whole text as "timeString".
     [[nodiscard]] static RelativeTime from_string(const std::string& text);
     [[nodiscard]] static RelativeTime from_string(std::string_view text);
@@ -302,8 +303,8 @@ public:
     constexpr RelativeTime& operator+=(RelativeTime other) noexcept { return *this = *this + other; }
     constexpr RelativeTime& operator-=(RelativeTime other) noexcept { return *this = *this - other; }
 
-    /// `as_sec()` times the factor, as the constructor from seconds takes it: infinite times a factor that is not
-    /// zero, NaN or negative does not fit, and gives `min_time` like everything that does not.
+    /// `as_sec()` times the factor, as the constructor from seconds takes it: infinite times any factor gives
+    /// `min_time`, like everything that does not fit.
     [[nodiscard]] RelativeTime operator*(double factor) const noexcept;
     RelativeTime& operator*=(double factor) noexcept { return *this = *this * factor; }
 
@@ -377,18 +378,19 @@ public:
     /// Returns  infinite after a failure.
     /// Errors   "error.nqcore.cast.negativeToUnsigned"; "error.nqcore.cast.valueTooBig" for a year that a calendar
     ///          field cannot hold; "error.nqcore.absoluteTime.range".
-    [[nodiscard]] static AbsoluteTime from_julian_day(int jdn, RefCountPtr<const ErrorInfo>* error);
+    [[nodiscard]] static AbsoluteTime from_julian_day(int jdn, RefCountPtr<const ErrorInfo>* error = nullptr);
     /// The instant of a fractional Julian date; whole numbers are noon.
     ///
     /// In       `roundToSecond`: to the nearest second, half a second upward.
     /// Errors   as `from_julian_day`; also the cast codes for a date below 0, above 4294967295 or NaN.
-    [[nodiscard]] static AbsoluteTime from_full_julian_date(double jd, RefCountPtr<const ErrorInfo>* error,
-                                                            bool roundToSecond);
+    [[nodiscard]] static AbsoluteTime from_full_julian_date(double jd, RefCountPtr<const ErrorInfo>* error = nullptr,
+                                                            bool roundToSecond = false);
 
     /// Reads UTC text: "2020-02-29T12:34:56.789Z", "20200229t1234", "2020-02-29 12.5", "INF", "##INFINITE##".
     ///
     /// Date and time are joined by a blank, "T" or "t"; separators, seconds, minutes, a fraction of the last part and a
-    /// final "Z" may be left out; 24:00:00 and second 60 roll over; no offset from UTC is taken.
+    /// final "Z" may be left out, but 13 characters are the shortest text: after a date without separators the hour needs
+    /// minutes or a fraction. 24:00:00 and second 60 roll over; no offset from UTC is taken.
     ///
     /// In       `length`: bytes of `text`; `npos` measures. Null counts as empty.
     /// Errors   "error.nqcore.absoluteTime.invalidUtcString", with the whole text as "utcTime".
@@ -453,7 +455,8 @@ public:
     /// "2020-02-29T12:34:56.789Z"; infinite is "9999-12-31T23:59:59.999999999Z".
     [[nodiscard]] std::string as_iso8601_string() const;
 
-    /// How long until this deadline: zero when it has passed, infinite when it is infinite.
+    /// How long until this deadline: zero when it has passed, infinite when it is infinite. One further away than a
+    /// duration reaches (292 years, `min_time` among them) gives what `-` gives: a very long duration, passed or not.
     [[nodiscard]] RelativeTime remaining() const noexcept {
         return is_infinite() ? RelativeTime(m_value) : remaining(now());
     }
@@ -540,7 +543,7 @@ public:
     ///
     /// In       `roundToSecond`: to the nearest second, half a second upward.
     /// Errors   as above, for `jd` below 0, above 4294967295 or NaN too.
-    Components(double jd, bool roundToSecond);
+    explicit Components(double jd, bool roundToSecond = false);
 
     [[nodiscard]] constexpr std::int16_t year() const noexcept { return m_year; }
     [[nodiscard]] constexpr std::uint16_t month() const noexcept { return m_month; }

@@ -103,7 +103,7 @@ public:
         return is_infinite() ? RelativeTime(as_nsec()) : remaining(now());
     }
     [[nodiscard]] constexpr RelativeTime remaining(MonotonicTime reference) const noexcept {
-        return point().remaining(reference.point());
+        return *this <= reference && !reference.is_infinite() ? RelativeTime() : *this - reference;
     }
 
     // Infinite when either operand is.

@@ -24,7 +24,7 @@ class ErrorInfo;
 ///
 /// Values with the same local time are equal, whatever their offsets.
 /// Range    offsets of -720 to 720 minutes; what lies beyond moves into the base by whole days, which leaves the local
-///          time as it is. An infinite base has the offset 0.
+///          time as it is, for offsets of up to 24855 days. An infinite base has the offset 0.
 /// Errors   "error.nqcore.simpleDateTime.timezoneOffset" for an infinite offset, or any offset of an infinite base; an
 ///          object that was to be set is as it was. Arithmetic wraps round, as that of `AbsoluteTime`.
 /// Threads  a plain value.
