@@ -11,7 +11,8 @@ set(CMAKE_C_FLAGS_RELWITHDEBINFO "-O2")
 add_library(nqcore_code_flags INTERFACE)
 target_compile_options(nqcore_code_flags INTERFACE
     -fno-omit-frame-pointer   # stack traces walk frame pointers
-    -ffp-contract=off)        # no fused operations: floating results are the same on both targets
+    -ffp-contract=off         # no fused operations: floating results are the same on both targets
+    "-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=")   # __FILE__ names no folder of the machine that built
 if(WIN32)
     # -gdwarf-4: the newest form that the debug-help library reads.
     target_compile_options(nqcore_code_flags INTERFACE -gdwarf-4)

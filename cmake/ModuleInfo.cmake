@@ -12,6 +12,12 @@ if(EXISTS "${PROJECT_SOURCE_DIR}/.git")
     if(GIT_FOUND)
         execute_process(COMMAND "${GIT_EXECUTABLE}" rev-parse --short=12 HEAD WORKING_DIRECTORY "${PROJECT_SOURCE_DIR}"
             OUTPUT_VARIABLE changelist OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)
+        execute_process(COMMAND "${GIT_EXECUTABLE}" rev-parse --git-path logs/HEAD WORKING_DIRECTORY "${PROJECT_SOURCE_DIR}"
+            OUTPUT_VARIABLE head_log OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)
+        get_filename_component(head_log "${head_log}" ABSOLUTE BASE_DIR "${PROJECT_SOURCE_DIR}")
+        if(EXISTS "${head_log}")    # another commit configures anew
+            set_property(DIRECTORY "${PROJECT_SOURCE_DIR}" APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${head_log}")
+        endif()
     endif()
 endif()
 if(NOT changelist)
