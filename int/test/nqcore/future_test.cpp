@@ -106,7 +106,9 @@ TEST(Future, AnObserverThatThrowsKeepsNobodyFromHearing) {
     for (Observer& observer : observers) {
         EXPECT_TRUE(future.add_observer(&observer));
     }
+    testing::internal::CaptureStderr();
     EXPECT_TRUE(future.set_value(5));
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), testing::HasSubstr("from an observer"));
     for (const Observer& observer : observers) {
         EXPECT_TRUE(observer.told == 5 && !observer.isReady);
     }
