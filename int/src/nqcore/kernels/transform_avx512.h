@@ -1,15 +1,12 @@
 // What the 512-bit rows of the transforms share.
 #pragma once
 
-#include "kernels/intrinsics.h"
+#include "kernels/avx512.h"
 #include "kernels/transform_digits.h"
 
 #include <bit>
 #include <cstddef>
 #include <cstdint>
-
-#define NQCORE_AVX512 __attribute__((target("avx512f,avx512bw,avx512vl,avx512dq,avx512vbmi,avx512vbmi2")))
-#define NQCORE_AVX512_INLINE NQCORE_AVX512 __attribute__((always_inline)) inline
 
 namespace nqcore::kernels {
 
@@ -18,10 +15,6 @@ struct Table64 {
 };
 
 NQCORE_AVX512_INLINE __m512i load_table(const unsigned char* table) noexcept { return _mm512_load_si512(table); }
-
-constexpr std::uint64_t low_mask(std::size_t count) noexcept {
-    return count == 0 ? 0 : ~std::uint64_t{0} >> (64 - count);
-}
 
 /// The alphabet, repeated to 64 rows: an index counts by its low six bits only.
 template <std::size_t size>
@@ -83,9 +76,10 @@ NQCORE_AVX512_INLINE std::size_t encode_avx512(const Table64& alphabet, const un
     }
     while (left != 0) {  // twice at most
         const std::size_t taken = left < s_blockBytes ? left : s_blockBytes;
-        const __m512i block = _mm512_maskz_loadu_epi8(low_mask(taken), in);
+        const __m512i block = _mm512_maskz_loadu_epi8(mask_of(first_positions(taken)), in);
         const __m512i fields = _mm512_multishift_epi64_epi8(shifts, _mm512_permutexvar_epi8(order, block));
-        _mm512_mask_storeu_epi8(out, low_mask(taken / bytes * digits), _mm512_permutexvar_epi8(fields, table));
+        _mm512_mask_storeu_epi8(out, mask_of(first_positions(taken / bytes * digits)),
+                                _mm512_permutexvar_epi8(fields, table));
         left -= taken;
         in += taken;
         out += taken / bytes * digits;
@@ -112,23 +106,25 @@ NQCORE_AVX512_INLINE std::size_t decode_avx512(const DigitValues& values, const 
         const __m512i firstValue = _mm512_permutex2var_epi8(low, first, high);
         const __m512i secondValue = _mm512_permutex2var_epi8(low, second, high);
         const __m512i doubt = _mm512_or_si512(_mm512_or_si512(first, second), _mm512_or_si512(firstValue, secondValue));
-        if (_mm512_movepi8_mask(doubt) != 0) {
+        if (!is_empty(Positions{_mm512_movepi8_mask(doubt)})) {
             break;
         }
         // What the first store writes too much, the second overwrites.
         _mm512_storeu_si512(out, _mm512_permutexvar_epi8(order, gather(firstValue)));
-        _mm512_mask_storeu_epi8(out + s_blockBytes, low_mask(s_blockBytes),
+        _mm512_mask_storeu_epi8(out + s_blockBytes, mask_of(first_positions(s_blockBytes)),
                                 _mm512_permutexvar_epi8(order, gather(secondValue)));
     }
     // Block by block; all but the last are good to the end. countr_zero(0) is 64.
     std::size_t good = 64;
     while (good == 64 && at != length) {
         const std::size_t rest = length - at < 64 ? length - at : 64;
-        const __m512i block = _mm512_maskz_loadu_epi8(low_mask(rest), text + at);
+        const Positions taken = first_positions(rest);
+        const __m512i block = _mm512_maskz_loadu_epi8(mask_of(taken), text + at);
         const __m512i value = _mm512_permutex2var_epi8(low, block, high);
-        const std::uint64_t bad = _mm512_movepi8_mask(_mm512_or_si512(block, value)) | ~low_mask(rest);
-        const std::size_t groups = static_cast<std::size_t>(std::countr_zero(bad)) / digits;
-        _mm512_mask_storeu_epi8(out, low_mask(groups * bytes), _mm512_permutexvar_epi8(order, gather(value)));
+        const Positions bad = Positions{_mm512_movepi8_mask(_mm512_or_si512(block, value))} | ~taken;
+        const std::size_t groups = lowest_of(integer_of(bad)) / digits;
+        _mm512_mask_storeu_epi8(out, mask_of(first_positions(groups * bytes)),
+                                _mm512_permutexvar_epi8(order, gather(value)));
         good = groups * digits;
         at += good;
         out += groups * bytes;

@@ -3,8 +3,6 @@
 #include "kernels/utf8_avx512.h"
 #include "kernels/utf8_convert.h"
 
-#include <bit>
-
 namespace nqcore::kernels {
 namespace {
 
@@ -23,7 +21,7 @@ struct Ucs4Block {
 NQCORE_AVX512_INLINE Ucs4Block read_block(const Ucs4Unit* in, std::size_t left) noexcept {
     Ucs4Block block;
     block.size = left < 16 ? static_cast<unsigned>(left) : 16;
-    block.used = static_cast<__mmask16>(low_bits(block.size));
+    block.used = static_cast<__mmask16>(first_bits(block.size));
     block.units = _mm512_maskz_loadu_epi32(block.used, in);
     block.from80 = _mm512_cmpge_epu32_mask(block.units, all32(0x80));
     block.from800 = _mm512_cmpge_epu32_mask(block.units, all32(0x800));
@@ -54,8 +52,8 @@ constexpr PayloadShifts s_payloadShifts = make_payload_shifts();
 
 /// The bytes of the code points, 0xFF where one is left out, which no UTF-8 holds.
 NQCORE_AVX512_INLINE __m512i make_bytes(const Ucs4Block& block) noexcept {
-    const __m512i parts =
-        _mm512_maskz_multishift_epi64_epi8(~std::uint64_t{0}, _mm512_load_si512(s_payloadShifts.bits), block.units);
+    const __m512i parts = _mm512_maskz_multishift_epi64_epi8(mask_of(~Positions{0}),
+                                                             _mm512_load_si512(s_payloadShifts.bits), block.units);
     const __m512i payloads = _mm512_mask_mov_epi32(all32(0x7F3F3F07), block.from80, all32(0x3F3F3F07));
     // The fixed bits of the bytes, first byte lowest.
     __m512i frame = _mm512_mask_mov_epi32(all32(0xFFFFFFFF), block.used, all32(0x00FFFFFF));
@@ -67,12 +65,8 @@ NQCORE_AVX512_INLINE __m512i make_bytes(const Ucs4Block& block) noexcept {
 
 /// The bytes that are not 0xFF. (They are counted by this mask: on i686 the compiler counts the bits of a spilled 16-bit
 /// mask together with 16 bits that are not its own.)
-NQCORE_AVX512_INLINE std::uint64_t wanted_of(__m512i bytes) noexcept {
-    return _mm512_cmpneq_epu8_mask(bytes, all32(0xFFFFFFFF));
-}
-
-NQCORE_AVX512_INLINE unsigned count_of(std::uint64_t wanted) noexcept {
-    return static_cast<unsigned>(std::popcount(wanted));
+NQCORE_AVX512_INLINE Positions wanted_of(__m512i bytes) noexcept {
+    return Positions{_mm512_cmpneq_epu8_mask(bytes, all32(0xFFFFFFFF))};
 }
 
 }  // namespace
@@ -85,12 +79,12 @@ NQCORE_AVX512 void ucs4_to_utf8_avx512(Conversion<Ucs4Unit, Utf8Byte>& caller) n
             break;
         }
         const __m512i bytes = make_bytes(block);
-        const std::uint64_t wanted = wanted_of(bytes);
+        const Positions wanted = wanted_of(bytes);
         const unsigned count = count_of(wanted);
         if (count > work.room()) {
             break;
         }
-        store_bytes(work.out, count, _mm512_maskz_compress_epi8(wanted, bytes));
+        store_bytes(work.out, count, _mm512_maskz_compress_epi8(mask_of(wanted), bytes));
         work.in += block.size;
         work.out += count;
     }

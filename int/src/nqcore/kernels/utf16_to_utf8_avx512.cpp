@@ -38,7 +38,7 @@ struct Utf16Block {
 NQCORE_AVX512_INLINE Utf16Block read_block(const Utf16Unit* in, std::size_t left, const Limits& limits) noexcept {
     Utf16Block block;
     block.size = left < 32 ? static_cast<unsigned>(left) : 32;
-    block.used = static_cast<__mmask32>(low_bits(block.size));
+    block.used = first_bits(block.size);
     block.units = _mm512_maskz_loadu_epi16(block.used, in);
     block.from80 = _mm512_cmpge_epu16_mask(block.units, limits.from80);
     block.from800 = _mm512_cmpge_epu16_mask(block.units, limits.from800);
@@ -118,12 +118,8 @@ struct Frames {
 };
 
 /// The bytes that are not 0xFF.
-NQCORE_AVX512_INLINE std::uint64_t wanted_of(__m512i bytes, const Frames& frames) noexcept {
-    return _mm512_cmpneq_epu8_mask(bytes, frames.none);
-}
-
-NQCORE_AVX512_INLINE unsigned count_of(std::uint64_t wanted) noexcept {
-    return static_cast<unsigned>(std::popcount(wanted));
+NQCORE_AVX512_INLINE Positions wanted_of(__m512i bytes, const Frames& frames) noexcept {
+    return Positions{_mm512_cmpneq_epu8_mask(bytes, frames.none)};
 }
 
 /// Writes units of at most two bytes each: half the work of the general way, and most alphabets need no more.
@@ -136,12 +132,12 @@ NQCORE_AVX512_INLINE unsigned write_short(const Utf16Block& block, const Frames&
     const __m512i two = _mm512_ternarylogic_epi32(leads, lasts, all16(0x80C0), 0xFE);
     const __m512i one = _mm512_or_si512(block.units, frames.lastAscii);
     const __m512i bytes = _mm512_mask_mov_epi16(frames.none, block.used, _mm512_mask_mov_epi16(one, block.from80, two));
-    const std::uint64_t wanted = wanted_of(bytes, frames);
+    const Positions wanted = wanted_of(bytes, frames);
     const unsigned count = count_of(wanted);
     if (count > room) {
         return 0;
     }
-    store_bytes(out, count, _mm512_maskz_compress_epi8(wanted, bytes));
+    store_bytes(out, count, _mm512_maskz_compress_epi8(mask_of(wanted), bytes));
     return count;
 }
 
@@ -167,16 +163,16 @@ NQCORE_AVX512_INLINE unsigned write_long(const Utf16Block& block, const Frames& 
 
     const __m512i first = _mm512_permutex2var_epi16(fronts, _mm512_load_si512(s_orders.firstPairs), ends);
     const __m512i second = _mm512_permutex2var_epi16(fronts, _mm512_load_si512(s_orders.secondPairs), ends);
-    const std::uint64_t firstWanted = wanted_of(first, frames);
-    const std::uint64_t secondWanted = wanted_of(second, frames);
+    const Positions firstWanted = wanted_of(first, frames);
+    const Positions secondWanted = wanted_of(second, frames);
     const unsigned firstCount = count_of(firstWanted);
     const unsigned secondCount = count_of(secondWanted);
     if (firstCount + secondCount > room) {
         return 0;
     }
-    store_bytes(out, firstCount, _mm512_maskz_compress_epi8(firstWanted, first));
+    store_bytes(out, firstCount, _mm512_maskz_compress_epi8(mask_of(firstWanted), first));
     if (block.size > 16) {
-        store_bytes(out + firstCount, secondCount, _mm512_maskz_compress_epi8(secondWanted, second));
+        store_bytes(out + firstCount, secondCount, _mm512_maskz_compress_epi8(mask_of(secondWanted), second));
     }
     return firstCount + secondCount;
 }

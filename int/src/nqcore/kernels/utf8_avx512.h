@@ -1,20 +1,13 @@
 // UTF-8 structure by bit masks, for processors with byte permutes and compresses of 512 bits.
 #pragma once
 
-#include "kernels/intrinsics.h"
+#include "kernels/avx512.h"
 #include "ucsutil_rules.h"
 
 #include <bit>
 #include <cstdint>
 
-#define NQCORE_AVX512 __attribute__((target("avx512f,avx512bw,avx512vl,avx512dq,avx512vbmi,avx512vbmi2")))
-#define NQCORE_AVX512_INLINE NQCORE_AVX512 __attribute__((always_inline)) inline
-
 namespace nqcore::kernels {
-
-NQCORE_AVX512_INLINE std::uint64_t low_bits(unsigned count) noexcept {
-    return count == 0 ? 0 : ~std::uint64_t{0} >> (64 - count);
-}
 
 /// Which pairs of lead and second byte are bad, or may be with a third, as classes: a pair is such when its two rows
 /// share a bit. Rows are indexed by the low six bits, which tell all leads apart and all continuation bytes apart.
@@ -63,7 +56,7 @@ NQCORE_AVX512_INLINE __m512i kept(__m512i vector) noexcept {
 
 /// Stores the first `count` bytes of a vector.
 NQCORE_AVX512_INLINE void store_bytes(unsigned char* out, unsigned count, __m512i bytes) noexcept {
-    _mm512_mask_storeu_epi8(out, low_bits(count), bytes);
+    _mm512_mask_storeu_epi8(out, mask_of(first_positions(count)), bytes);
 }
 
 struct ByteOrder {
@@ -82,10 +75,10 @@ constexpr ByteOrder make_shift_up() noexcept {
 template <unsigned distance>
 inline constexpr ByteOrder s_shiftUp = make_shift_up<distance>();
 
-/// The byte `distance` before each byte; zeros at the front and where `keep` has no bit.
+/// The byte `distance` before each byte; zeros at the front and outside of `keep`.
 template <unsigned distance>
-NQCORE_AVX512_INLINE __m512i shift_up(__m512i bytes, std::uint64_t keep = ~std::uint64_t{0}) noexcept {
-    return _mm512_maskz_permutexvar_epi8(keep & (~std::uint64_t{0} << distance),
+NQCORE_AVX512_INLINE __m512i shift_up(__m512i bytes, Positions keep = ~Positions{0}) noexcept {
+    return _mm512_maskz_permutexvar_epi8(mask_of(keep & positions_from<distance>()),
                                          _mm512_load_si512(s_shiftUp<distance>.source), bytes);
 }
 
@@ -94,13 +87,13 @@ NQCORE_AVX512_INLINE __m512i look_up(const unsigned char (&table)[64], __m512i i
     return _mm512_permutexvar_epi8(index, _mm512_load_si512(table));
 }
 
-/// Positions in 64 bytes, one bit each.
-struct Utf8Masks {
-    std::uint64_t continuations;
-    std::uint64_t leads;       ///< of two bytes and more
-    std::uint64_t leads3;      ///< of three and more
-    std::uint64_t leads4;      ///< of four and more
-    std::uint64_t badSeconds;  ///< may be bad when the byte before is a lead; means nothing elsewhere
+/// Positions in 64 bytes.
+struct Utf8Positions {
+    Positions continuations;
+    Positions leads;       ///< of two bytes and more
+    Positions leads3;      ///< of three and more
+    Positions leads4;      ///< of four and more
+    Positions badSeconds;  ///< may be bad when the byte before is a lead; means nothing elsewhere
 };
 
 /// True when one of the marked second bytes is bad indeed. Few texts have any mark.
@@ -108,7 +101,7 @@ struct Utf8Masks {
 /// In       `block`: where bit 0 lies; `end`: the end of the text.
 inline bool any_is_bad(std::uint64_t seconds, const impl::Utf8Byte* block, const impl::Utf8Byte* end) noexcept {
     for (; seconds != 0; seconds &= seconds - 1) {
-        const impl::Utf8Byte* const second = block + std::countr_zero(seconds);
+        const impl::Utf8Byte* const second = block + lowest_of(seconds);
         const unsigned third = second + 1 < end ? second[1] : 0;
         if (second[-1] != 0xEF || (second[0] == 0xBB ? third == 0xBF : third >= 0xBE)) {
             return true;
@@ -118,16 +111,16 @@ inline bool any_is_bad(std::uint64_t seconds, const impl::Utf8Byte* block, const
 }
 
 /// In       `previous`: the byte before each byte.
-NQCORE_AVX512_INLINE Utf8Masks classify(__m512i bytes, __m512i previous) noexcept {
+NQCORE_AVX512_INLINE Utf8Positions classify(__m512i bytes, __m512i previous) noexcept {
     const __m512i byLead = look_up(s_secondByteTables.byLead, previous);
     const __m512i bySecond = look_up(s_secondByteTables.bySecond, bytes);
-    Utf8Masks masks;
-    masks.continuations = _mm512_cmplt_epi8_mask(bytes, _mm512_set1_epi8(static_cast<char>(0xC0)));
-    masks.leads = _mm512_cmpge_epu8_mask(bytes, _mm512_set1_epi8(static_cast<char>(0xC0)));
-    masks.leads3 = _mm512_cmpge_epu8_mask(bytes, _mm512_set1_epi8(static_cast<char>(0xE0)));
-    masks.leads4 = _mm512_cmpge_epu8_mask(bytes, _mm512_set1_epi8(static_cast<char>(0xF0)));
-    masks.badSeconds = _mm512_test_epi8_mask(byLead, bySecond);
-    return masks;
+    return {
+        Positions{_mm512_cmplt_epi8_mask(bytes, _mm512_set1_epi8(static_cast<char>(0xC0)))},
+        Positions{_mm512_cmpge_epu8_mask(bytes, _mm512_set1_epi8(static_cast<char>(0xC0)))},
+        Positions{_mm512_cmpge_epu8_mask(bytes, _mm512_set1_epi8(static_cast<char>(0xE0)))},
+        Positions{_mm512_cmpge_epu8_mask(bytes, _mm512_set1_epi8(static_cast<char>(0xF0)))},
+        Positions{_mm512_test_epi8_mask(byLead, bySecond)},
+    };
 }
 
 }  // namespace nqcore::kernels

@@ -19,47 +19,47 @@ NQCORE_AVX512_INLINE __m512i select(__m512i mask, __m512i a, __m512i b) noexcept
 struct Block {
     __m512i bytes;
     __m512i previous;  ///< the byte before each continuation byte; zero elsewhere
-    std::uint64_t continuations;
-    std::uint64_t ends;    ///< last bytes of characters
-    std::uint64_t thirds;  ///< third bytes of characters
-    std::uint64_t leads4;
-    std::uint64_t keep;  ///< positions that count
-    unsigned size;       ///< bytes that count; 0 when the first character is in doubt or not complete
+    Positions continuations;
+    Positions ends;    ///< last bytes of characters
+    Positions thirds;  ///< third bytes of characters
+    Positions leads4;
+    Positions keep;  ///< those that count
+    unsigned size;   ///< bytes that count; 0 when the first character is in doubt or not complete
 };
 
 NQCORE_AVX512_INLINE Block read_block(const Utf8Byte* in, std::size_t left) noexcept {
     const unsigned available = left < 64 ? static_cast<unsigned>(left) : 64;
-    const std::uint64_t valid = low_bits(available);
+    const Positions valid = first_positions(available);
     Block block;
-    block.bytes = _mm512_maskz_loadu_epi8(valid, in);
-    block.continuations = _mm512_cmplt_epi8_mask(block.bytes, all(0xC0));
+    block.bytes = _mm512_maskz_loadu_epi8(mask_of(valid), in);
+    block.continuations = Positions{_mm512_cmplt_epi8_mask(block.bytes, all(0xC0))};
     block.previous = shift_up<1>(block.bytes, block.continuations);
-    const Utf8Masks masks = classify(block.bytes, block.previous);
-    const std::uint64_t seconds = masks.leads << 1;
-    block.thirds = masks.leads3 << 2;
-    const std::uint64_t due = seconds | block.thirds | masks.leads4 << 3;
+    const Utf8Positions found = classify(block.bytes, block.previous);
+    const Positions seconds = up<1>(found.leads);
+    block.thirds = up<2>(found.leads3);
+    const Positions due = seconds | block.thirds | up<3>(found.leads4);
 
     // A character that goes on beyond what is here waits for the next block: the last lead is where it begins.
     block.size = available;
     block.keep = valid;
-    if (((due & ~valid) | masks.leads >> 63 | masks.leads3 >> 62 | masks.leads4 >> 61) != 0) {
-        block.size = 63 - static_cast<unsigned>(std::countl_zero(masks.leads));
-        block.keep = low_bits(block.size);
+    if (!is_empty((due & ~valid) | down<63>(found.leads) | down<62>(found.leads3) | down<61>(found.leads4))) {
+        block.size = 63 - static_cast<unsigned>(std::countl_zero(integer_of(found.leads)));
+        block.keep = first_positions(block.size);
     }
     // What is due at the first position that does not count is missing too.
-    const std::uint64_t faults = (due ^ masks.continuations) & (block.keep | block.keep << 1);
-    if (faults != 0 || any_is_bad(masks.badSeconds & seconds & block.keep, in, in + left)) {
+    const Positions faults = (due ^ found.continuations) & (block.keep | up<1>(block.keep));
+    if (!is_empty(faults) || any_is_bad(integer_of(found.badSeconds & seconds & block.keep), in, in + left)) {
         block.size = 0;
     }
-    block.ends = ~(block.continuations >> 1) & block.keep;
-    block.thirds &= block.keep;
-    block.leads4 = masks.leads4 & block.keep;
+    block.ends = ~down<1>(block.continuations) & block.keep;
+    block.thirds = block.thirds & block.keep;
+    block.leads4 = found.leads4 & block.keep;
     return block;
 }
 
 /// Low bytes of the units: six bits of the last byte and two of the one before, or the ASCII byte.
 NQCORE_AVX512_INLINE __m512i low_bytes(const Block& block) noexcept {
-    const __m512i fromPrevious = _mm512_maskz_mov_epi8(block.continuations, all(0xC0));
+    const __m512i fromPrevious = _mm512_maskz_mov_epi8(mask_of(block.continuations), all(0xC0));
     return select(fromPrevious, _mm512_slli_epi16(block.previous, 6), block.bytes);
 }
 
@@ -92,8 +92,8 @@ NQCORE_AVX512_INLINE __m512i join(__m512i low, __m512i high, const unsigned char
 /// Gives the four-byte characters of a block their two units: the high one at the third byte, the low one at the
 /// fourth.
 NQCORE_AVX512_INLINE void make_pairs(const Block& block, __m512i beforePrevious, __m512i& low, __m512i& high) noexcept {
-    const std::uint64_t highUnits = block.leads4 << 2;
-    const std::uint64_t lowUnits = block.leads4 << 3;
+    const __mmask64 highUnits = mask_of(up<2>(block.leads4));
+    const __mmask64 lowUnits = mask_of(up<3>(block.leads4));
     // Low unit: 0xDC00 and ten bits; the low byte is as it is for every character.
     const __m512i lowUnitHigh = _mm512_or_si512(_mm512_and_si512(high, all(0x03)), all(0xDC));
     high = _mm512_mask_mov_epi8(high, lowUnits, lowUnitHigh);
@@ -108,7 +108,7 @@ NQCORE_AVX512_INLINE void make_pairs(const Block& block, __m512i beforePrevious,
     high = _mm512_mask_mov_epi8(high, highUnits, highByte);
 }
 
-NQCORE_AVX512_INLINE bool is_ascii(__m512i bytes) noexcept { return _mm512_movepi8_mask(bytes) == 0; }
+NQCORE_AVX512_INLINE bool is_ascii(__m512i bytes) noexcept { return is_empty(Positions{_mm512_movepi8_mask(bytes)}); }
 
 NQCORE_AVX512_INLINE __m256i lower_half(__m512i bytes) noexcept { return _mm512_castsi512_si256(bytes); }
 NQCORE_AVX512_INLINE __m256i upper_half(__m512i bytes) noexcept { return _mm512_extracti64x4_epi64(bytes, 1); }
@@ -132,24 +132,23 @@ NQCORE_AVX512 void utf8_to_utf16_avx512(Conversion<Utf8Byte, Utf16Unit>& caller)
             break;
         }
         const Block block = read_block(work.in, work.left());
-        const std::uint64_t unitEnds = block.ends | block.leads4 << 2;
-        const unsigned units = static_cast<unsigned>(std::popcount(unitEnds));
+        const Positions unitEnds = block.ends | up<2>(block.leads4);
+        const unsigned units = count_of(unitEnds);
         if (block.size == 0 || units > work.room()) {
             break;
         }
         const __m512i beforePrevious = shift_up<2>(block.bytes, block.thirds);
         __m512i low = low_bytes(block);
         __m512i high = high_bytes(block, beforePrevious);
-        if (block.leads4 != 0) {
+        if (!is_empty(block.leads4)) {
             make_pairs(block, beforePrevious, low, high);
         }
-        low = _mm512_maskz_compress_epi8(unitEnds, low);
-        high = _mm512_maskz_compress_epi8(unitEnds, high);
-        const std::uint64_t stored = low_bits(units);
-        _mm512_mask_storeu_epi16(work.out, static_cast<__mmask32>(stored), join(low, high, s_unitOrder.first));
+        low = _mm512_maskz_compress_epi8(mask_of(unitEnds), low);
+        high = _mm512_maskz_compress_epi8(mask_of(unitEnds), high);
+        _mm512_mask_storeu_epi16(work.out, static_cast<__mmask32>(mask_of(first_positions(units))),
+                                 join(low, high, s_unitOrder.first));
         if (units > 32) {
-            _mm512_mask_storeu_epi16(work.out + 32, static_cast<__mmask32>(stored >> 32),
-                                     join(low, high, s_unitOrder.second));
+            _mm512_mask_storeu_epi16(work.out + 32, first_bits(units - 32), join(low, high, s_unitOrder.second));
         }
         work.in += block.size;
         work.out += units;
@@ -161,25 +160,26 @@ NQCORE_AVX512 void utf8_to_ucs4_avx512(Conversion<Utf8Byte, Ucs4Unit>& caller) n
     Conversion<Utf8Byte, Ucs4Unit> work = caller;
     while (work.in != work.inEnd) {
         const Block block = read_block(work.in, work.left());
-        const unsigned units = static_cast<unsigned>(std::popcount(block.ends));
+        const unsigned units = count_of(block.ends);
         if (block.size == 0 || units > work.room()) {
             break;
         }
-        const std::uint64_t fourths = block.leads4 << 3;
+        const Positions fourths = up<3>(block.leads4);
         const __m512i beforePrevious = shift_up<2>(block.bytes, block.thirds | fourths);
-        const __m512i low = _mm512_maskz_compress_epi8(block.ends, low_bytes(block));
-        const __m512i high = _mm512_maskz_compress_epi8(block.ends, high_bytes(block, beforePrevious));
+        const __mmask64 ends = mask_of(block.ends);
+        const __m512i low = _mm512_maskz_compress_epi8(ends, low_bytes(block));
+        const __m512i high = _mm512_maskz_compress_epi8(ends, high_bytes(block, beforePrevious));
         // Bits 16 to 20, of four-byte characters only: two of the second byte and three of the lead.
         const __m512i leads = _mm512_slli_epi16(_mm512_and_si512(shift_up<3>(block.bytes, fourths), all(0x07)), 2);
         const __m512i seconds = _mm512_and_si512(_mm512_srli_epi16(beforePrevious, 4), all(0x03));
         const __m512i top =
-            _mm512_maskz_compress_epi8(block.ends, _mm512_maskz_mov_epi8(fourths, _mm512_or_si512(leads, seconds)));
+            _mm512_maskz_compress_epi8(ends, _mm512_maskz_mov_epi8(mask_of(fourths), _mm512_or_si512(leads, seconds)));
         const __m512i units0 = join(low, high, s_unitOrder.first);
         const __m512i units32 = join(low, high, s_unitOrder.second);
         const __m256i parts[] = {lower_half(units0), upper_half(units0), lower_half(units32), upper_half(units32)};
         const __m128i tops[] = {_mm512_extracti32x4_epi32(top, 0), _mm512_extracti32x4_epi32(top, 1),
                                 _mm512_extracti32x4_epi32(top, 2), _mm512_extracti32x4_epi32(top, 3)};
-        const std::uint64_t stored = low_bits(units);
+        const std::uint64_t stored = integer_of(first_positions(units));
         for (unsigned i = 0; i < 4 && i * 16 < units; ++i) {
             const __m512i codePoints =
                 _mm512_or_si512(_mm512_cvtepu16_epi32(parts[i]), _mm512_slli_epi32(_mm512_cvtepu8_epi32(tops[i]), 16));

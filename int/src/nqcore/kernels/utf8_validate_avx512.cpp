@@ -8,27 +8,27 @@ namespace {
 
 /// Positions in the next 64 bytes at which the characters begun so far go on.
 struct Carry {
-    std::uint64_t second = 0;
-    std::uint64_t third = 0;
-    std::uint64_t fourth = 0;
+    std::size_t second = 0;
+    std::size_t third = 0;
+    std::size_t fourth = 0;
 };
 
 /// Positions at fault, and those of second bytes that may be.
 struct Findings {
-    std::uint64_t faults;
-    std::uint64_t badSeconds;
+    Positions faults;
+    Positions badSeconds;
 };
 
 NQCORE_AVX512_INLINE Findings check_block(__m512i bytes, __m512i previous, Carry& carry) noexcept {
-    const Utf8Masks masks = classify(bytes, previous);
-    const std::uint64_t second = masks.leads << 1 | carry.second;
-    const std::uint64_t third = masks.leads3 << 2 | carry.third;
-    const std::uint64_t fourth = masks.leads4 << 3 | carry.fourth;
-    carry = {masks.leads >> 63, masks.leads3 >> 62, masks.leads4 >> 61};
-    return {(second | third | fourth) ^ masks.continuations, masks.badSeconds & second};
+    const Utf8Positions found = classify(bytes, previous);
+    const Positions second = up<1>(found.leads) | positions_of(carry.second);
+    const Positions third = up<2>(found.leads3) | positions_of(carry.third);
+    const Positions fourth = up<3>(found.leads4) | positions_of(carry.fourth);
+    carry = {top_bits<1>(found.leads), top_bits<2>(found.leads3), top_bits<3>(found.leads4)};
+    return {(second | third | fourth) ^ found.continuations, found.badSeconds & second};
 }
 
-NQCORE_AVX512_INLINE std::uint64_t doubts(__m512i bytes, __m512i previous, Carry& carry) noexcept {
+NQCORE_AVX512_INLINE Positions doubts(__m512i bytes, __m512i previous, Carry& carry) noexcept {
     const Findings findings = check_block(bytes, previous, carry);
     return findings.faults | findings.badSeconds;
 }
@@ -38,9 +38,14 @@ NQCORE_AVX512_INLINE __m512i predecessors(const Utf8Byte* text, const Utf8Byte* 
     return p == text ? shift_up<1>(bytes) : _mm512_loadu_si512(p - 1);
 }
 
-}  // namespace
+// Up to 64 bytes.
+NQCORE_AVX512_INLINE bool is_short_ascii(const Utf8Byte* text, std::size_t length) noexcept {
+    const __m512i bytes = _mm512_maskz_loadu_epi8(mask_of(first_positions(length)), text);
+    return is_empty(Positions{_mm512_movepi8_mask(bytes)});
+}
 
-NQCORE_AVX512 std::size_t good_prefix_avx512(const Utf8Byte* text, std::size_t length) noexcept {
+// Apart, so that short texts need no stack frame and no constants.
+[[gnu::noinline]] NQCORE_AVX512 std::size_t good_prefix_by_blocks(const Utf8Byte* text, std::size_t length) noexcept {
     constexpr std::ptrdiff_t block = 64;
     constexpr std::ptrdiff_t group = 4 * block;
     const Utf8Byte* p = text;
@@ -54,14 +59,14 @@ NQCORE_AVX512 std::size_t good_prefix_avx512(const Utf8Byte* text, std::size_t l
             const __m512i d = _mm512_loadu_si512(p + 3 * block);
             const __m512i any = _mm512_or_si512(_mm512_or_si512(a, b), _mm512_or_si512(c, d));
             const Carry before = carry;
-            std::uint64_t doubt = carry.second | carry.third | carry.fourth;
-            if (_mm512_movepi8_mask(any) != 0) {
+            Positions doubt = positions_of(carry.second | carry.third | carry.fourth);
+            if (!is_empty(Positions{_mm512_movepi8_mask(any)})) {
                 doubt = doubts(a, predecessors(text, p, a), carry);
-                doubt |= doubts(b, _mm512_loadu_si512(p + block - 1), carry);
-                doubt |= doubts(c, _mm512_loadu_si512(p + 2 * block - 1), carry);
-                doubt |= doubts(d, _mm512_loadu_si512(p + 3 * block - 1), carry);
+                doubt = doubt | doubts(b, _mm512_loadu_si512(p + block - 1), carry);
+                doubt = doubt | doubts(c, _mm512_loadu_si512(p + 2 * block - 1), carry);
+                doubt = doubt | doubts(d, _mm512_loadu_si512(p + 3 * block - 1), carry);
             }
-            if (doubt == 0) {
+            if (is_empty(doubt)) {
                 p += group;
                 continue;
             }
@@ -71,16 +76,23 @@ NQCORE_AVX512 std::size_t good_prefix_avx512(const Utf8Byte* text, std::size_t l
         // count as zeros.
         for (const Utf8Byte* const groupEnd = p + std::min<std::ptrdiff_t>(end - p, group); p != groupEnd;) {
             const auto size = static_cast<unsigned>(std::min<std::ptrdiff_t>(groupEnd - p, block));
-            const __m512i bytes = _mm512_maskz_loadu_epi8(low_bits(size), p);
+            const __m512i bytes = _mm512_maskz_loadu_epi8(mask_of(first_positions(size)), p);
             const __m512i first = p == text ? _mm512_setzero_si512() : _mm512_castsi128_si512(_mm_cvtsi32_si128(p[-1]));
             const Findings findings = check_block(bytes, _mm512_or_si512(shift_up<1>(bytes), first), carry);
-            if (findings.faults != 0 || any_is_bad(findings.badSeconds, p, end)) {
+            if (!is_empty(findings.faults) || any_is_bad(integer_of(findings.badSeconds), p, end)) {
                 return static_cast<std::size_t>(last_boundary(text, p) - text);
             }
             p += size;
         }
     }
     return static_cast<std::size_t>(last_boundary(text, p) - text);
+}
+
+}  // namespace
+
+// Short texts are ASCII mostly.
+NQCORE_AVX512 std::size_t good_prefix_avx512(const Utf8Byte* text, std::size_t length) noexcept {
+    return length <= 64 && is_short_ascii(text, length) ? length : good_prefix_by_blocks(text, length);
 }
 
 }  // namespace nqcore::kernels
