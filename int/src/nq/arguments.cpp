@@ -104,6 +104,16 @@ void mark_values(const Command& root, std::vector<std::string>& words) {
     }
 }
 
+// CLI11 would only say that a command is missing.
+void refuse_unknown_command(const Command& root, const std::vector<std::string>& words) {
+    const Command* const command = find_command(root, words).first;
+    const auto named = command == &root ? words.begin() : std::find(words.begin(), words.end(), command->name) + 1;
+    const auto word = std::find_if(named, words.end(), [](const std::string& w) { return w.empty() || w[0] != '-'; });
+    if (!command->children.empty() && word != words.end()) {
+        throw_usage("no command '" + (command == &root ? "" : command->name + std::string(" ")) + *word + "'");
+    }
+}
+
 class Parser {
 public:
     Parser(const Command& root, const std::vector<std::string>& words) : m_app(root.summary, root.name) {
@@ -193,6 +203,7 @@ private:
 
 Invocation parse_command_line(std::vector<std::string> words, const Command& root) {
     std::vector<std::string> rest = split_rest(root, words);
+    refuse_unknown_command(root, words);
     Parser parser(root, words);
     mark_values(root, words);
     Invocation invocation;

@@ -75,6 +75,9 @@ int run_tool(std::vector<std::string> words, Output& out, Output& err) {
     } catch (const std::exception& exception) {
         flush_quietly(out);
         const ErrorInfo::Ptr error = ErrorInfo::from_exception(exception, s_source.here("nq::run_tool()"));
+        if (error->matches(error::output) && error->any_matches(nqcore::error::errno_EPIPE)) {
+            return s_exitBadData;  // who closed the pipe knows, as `head` does
+        }
         write_error(err, *error, isBrief);
         return exit_code_of(*error);
     }

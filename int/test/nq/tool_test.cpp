@@ -82,6 +82,8 @@ const ToolCase s_cases[] = {
     {"--brief scrub [a,b]", 1, "", "nq: cannot open '[a,b]' [error.nq.input]: "},
     {"utf8 repair --replacement \x80", 2, "", "--replacement takes one ASCII"},
     {"utf8 repair --replacement ab", 2, "", "--replacement takes one ASCII"},
+    {"--brief scrubb FILE", 2, "", "nq: no command 'scrubb' (nq --help"},
+    {"utf8 chek FILE", 2, "", "no command 'utf8 chek' (nq --help"},
     {"utf8 to-utf16 --be --le -", 2, "", "exclude each other"},
     {"dump --reverse --skip 1", 2, "", "go with dumping"},
     {"dump --length 1x", 2, "", "--length takes a number of bytes"},

@@ -53,9 +53,7 @@ TEST(ScrubStreams, EndlessInputEndsWithAFailureToWrite) {
     const int full = ::open("/dev/full", O_WRONLY | O_CLOEXEC);
     const std::string failure = "nq: cannot write to standard output; the output is not complete [error.nq.output]: ";
     for (const char* const jobs : {"1", "2", "7"}) {
-        EXPECT_EQ(write_failure(pipe.ends[1], jobs),
-                  failure + "Broken pipe (nobody reads from its other end) [error.errno.EPIPE]\n")
-            << jobs;
+        EXPECT_EQ(write_failure(pipe.ends[1], jobs), "") << jobs;  // who has had enough knows it
         EXPECT_EQ(write_failure(full, jobs), failure + "There is no space left on the device [error.errno.ENOSPC]\n")
             << jobs;
     }
