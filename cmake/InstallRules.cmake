@@ -52,10 +52,14 @@ if(WIN32)
     nq_licence(nlohmann-json /usr/share/doc/nlohmann-json3-dev/copyright)
 endif()
 
-# Views for debuggers. gdb loads NAME-gdb.py by itself with the library whose full name it has.
+# Views for debuggers. gdb loads NAME-gdb.py by itself with the library whose full name it has: from its own folder of
+# such files for those of the system, beside the library for others.
 install(FILES "${PROJECT_SOURCE_DIR}/packaging/gdb/nqcore.natvis" DESTINATION ${CMAKE_INSTALL_DATADIR}/nqcore)
 if(NOT WIN32)
-    install(FILES "${PROJECT_SOURCE_DIR}/packaging/gdb/nqcore_gdb.py" DESTINATION
-        ${CMAKE_INSTALL_DATADIR}/gdb/auto-load${CMAKE_INSTALL_FULL_LIBDIR}
+    set(views_folder ${CMAKE_INSTALL_DATADIR}/gdb/auto-load${CMAKE_INSTALL_FULL_LIBDIR})
+    if(NQCORE_RELOCATABLE)
+        set(views_folder ${CMAKE_INSTALL_LIBDIR})
+    endif()
+    install(FILES "${PROJECT_SOURCE_DIR}/packaging/gdb/nqcore_gdb.py" DESTINATION ${views_folder}
         RENAME "$<TARGET_FILE_NAME:nqcore>-gdb.py")
 endif()

@@ -25,8 +25,13 @@ def kind(before, after):
     return "start of the line" if before[:10] != after[:10] else "within the line"
 
 
+def lines_of(name):
+    lines = pathlib.Path(name).read_bytes().split(b"\n")
+    return lines if lines[-1] else lines[:-1]
+
+
 def main():
-    before, after = (pathlib.Path(name).read_bytes().split(b"\n") for name in sys.argv[1:3])
+    before, after = (lines_of(name) for name in sys.argv[1:3])
     shown, changed = {}, 0
     for old, new in itertools.zip_longest(before, after, fillvalue=b""):
         if old == new:

@@ -4,8 +4,8 @@ target=linux
 families=()
 while [ $# -gt 0 ]; do
     case $1 in
-        --target) target=${2:?--target needs a name}; shift ;;
-        -*) usage_error "$1" ;;
+        --target) target=$(value_of "$@"); shift ;;
+        -*) usage_error "unexpected argument: $1" ;;
         *) families+=("$1") ;;
     esac
     shift
@@ -13,7 +13,7 @@ done
 case $target in
     linux) tree=bench pattern='*_bench.cpp' what="benchmarks and peers" report=() ;;
     win32) tree=bench-win32 pattern='*_kernels_internal_bench.cpp' what="benchmarks of kernels" report=(--kernels) ;;
-    *) usage_error "$target" ;;
+    *) usage_error "--target takes linux or win32, not $target" ;;
 esac
 
 known=" "
@@ -23,7 +23,7 @@ for file in "$root"/int/bench/nqcore/$pattern; do
     known+="${name%_bench.cpp} "
 done
 for family in "${families[@]}"; do
-    [[ $known = *" $family "* ]] || usage_error "$family (no such benchmark for $target)"
+    [[ $known = *" $family "* ]] || usage_error "no benchmark of $target is called $family"
 done
 # shellcheck disable=SC2206  # a list of words
 [ ${#families[@]} -gt 0 ] || families=($known)

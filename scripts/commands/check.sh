@@ -73,7 +73,7 @@ check_consumer() {
     local target
     for target in linux win32; do
         set_up $target || return 1
-        build $target "library and tool" nqcore nq
+        build $target "what is installed" installed
         try_step "consumer-$target" "the installed package and its consumer, $target" \
             "$root/scripts/check_consumer.sh" $target || true
     done
@@ -117,7 +117,7 @@ if [ "${1:-}" = --list ]; then
     exit
 fi
 for name in "$@"; do
-    [[ " $all_steps " = *" $name "* ]] || usage_error "$name"
+    [[ " $all_steps " = *" $name "* ]] || usage_error "no step is called $name; ./dev check --list names them"
 done
 need_packages base || finish
 # shellcheck disable=SC2086  # a list of words

@@ -2,12 +2,12 @@
 target=linux
 while [ $# -gt 0 ]; do
     case $1 in
-        --target) target=${2:?--target needs a name}; shift ;;
-        *) usage_error "$1" ;;
+        --target) target=$(value_of "$@"); shift ;;
+        *) usage_error "unexpected argument: $1" ;;
     esac
     shift
 done
-[[ $target = linux || $target = win32 ]] || usage_error "$target"
+[[ $target = linux || $target = win32 ]] || usage_error "--target takes linux or win32, not $target"
 
 set_up "$target" || finish
 build "$target" "library and tool" nq
@@ -33,4 +33,5 @@ for input in "$root"/examples/logs/*.log /var/log/dpkg.log; do
     sed 's/^/    /' "$output/$name.report" | tr -d '\r'
 done
 note "cleaned logs and reports: build/demo/$target"
+[ "$target" = win32 ] || note "the tool: build/linux/bin/nq"
 finish

@@ -3,7 +3,7 @@ check=
 while [ $# -gt 0 ]; do
     case $1 in
         --check) check=1 ;;
-        *) usage_error "$1" ;;
+        *) usage_error "unexpected argument: $1" ;;
     esac
     shift
 done

@@ -3,8 +3,8 @@ seconds=60
 target=
 while [ $# -gt 0 ]; do
     case $1 in
-        --seconds) seconds=${2:?--seconds needs a number}; shift ;;
-        -*) usage_error "$1" ;;
+        --seconds) seconds=$(value_of "$@"); shift ;;
+        -*) usage_error "unexpected argument: $1" ;;
         *) target=${1%_fuzz} ;;
     esac
     shift

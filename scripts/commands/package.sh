@@ -2,12 +2,12 @@
 target=all
 while [ $# -gt 0 ]; do
     case $1 in
-        --target) target=${2:?--target needs a name}; shift ;;
-        *) usage_error "$1" ;;
+        --target) target=$(value_of "$@"); shift ;;
+        *) usage_error "unexpected argument: $1" ;;
     esac
     shift
 done
-[[ $target = linux || $target = win32 || $target = all ]] || usage_error "$target"
+[[ $target = linux || $target = win32 || $target = all ]] || usage_error "--target takes linux, win32 or all, not $target"
 . "$root/scripts/lib/package.sh"
 
 if [[ $target != win32 ]]; then

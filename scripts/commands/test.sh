@@ -4,17 +4,17 @@ allow_missing=
 filter=()
 while [ $# -gt 0 ]; do
     case $1 in
-        --target) target=${2:?--target needs a name}; shift ;;
-        -R) filter=(-R "${2:?-R needs an expression}"); shift ;;
+        --target) target=$(value_of "$@"); shift ;;
+        -R) filter=(-R "$(value_of "$@")"); shift ;;
         --allow-missing-win32) allow_missing=1 ;;
-        *) usage_error "$1" ;;
+        *) usage_error "unexpected argument: $1" ;;
     esac
     shift
 done
 case $target in
     linux | win32) targets=$target ;;
     all) targets="linux win32" ;;
-    *) usage_error "$target" ;;
+    *) usage_error "--target takes linux, win32 or all, not $target" ;;
 esac
 
 # Says so loudly when win32 cannot be had; that is a failure unless the caller allows it.
@@ -28,12 +28,19 @@ win32_missing() {
 tested=
 for tree in $targets; do
     failures_before=("${failures[@]}")
-    if ! set_up "$tree"; then
+    if ! set_up "$tree" || ! set_up_tests "$tree"; then
         [ "$tree" = win32 ] || finish
         win32_missing
         continue
     fi
-    build "$tree" "library, tool and tests" all
+    targets_to_build=all
+    if [ ${#filter[@]} != 0 ]; then
+        configure "$tree"
+        targets_to_build=$(matching_tests "$tree" "${filter[1]}")
+        [ -n "$targets_to_build" ] || die "no test program of $tree matches ${filter[1]}"
+    fi
+    # shellcheck disable=SC2086  # a list of names
+    build "$tree" "library, tool and tests" $targets_to_build
     run_tests "$tree" "${filter[@]}" || true
     tested+=" $tree"
 done

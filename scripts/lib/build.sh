@@ -8,6 +8,9 @@ set_up() {
     [ "$1" != win32 ] || set_up_win32
 }
 
+# What the tests of a target need besides.
+set_up_tests() { [ "$1" != win32 ] || need_packages win32-test; }
+
 set_up_win32() {
     local win32=$root/scripts/win32
     need_packages win32 || return 1

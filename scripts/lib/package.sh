@@ -35,7 +35,7 @@ copy_sources() {
 package_win32() {
     set_up win32 || return 1
     need_packages package || return 1
-    build win32 "library and tool" nqcore nq
+    build win32 "what is installed" installed
     try_step package-win32 "packing the win32 archive" pack_win32 || return 1
     try_step package-try-win32 "unpacking the archive elsewhere and using it" \
         "$root/scripts/try_win32_archive.sh" "$package_folder/nqcore-$version-win32.zip" || return 1

@@ -19,8 +19,8 @@ need_packages() {
     local missing
     missing=$(missing_packages "$@" | xargs)
     [ -n "$missing" ] || return 0
-    if [ "$(id -u)" != 0 ] && ! command -v sudo > /dev/null; then
-        say "needs root once: apt-get install --no-install-recommends $missing"
+    if ! may_install; then
+        say "needs root once: apt-get update && apt-get install --no-install-recommends $missing"
         failures+=("installing packages")
         return 1
     fi
@@ -28,12 +28,19 @@ need_packages() {
     try_step "packages-$1" "installing Debian packages: $missing" install_packages $missing
 }
 
+# Asks for sudo's password here: a step runs in the background, where nobody could be asked.
+may_install() {
+    [ "$(id -u)" = 0 ] || { command -v sudo > /dev/null && sudo -v; }
+}
+
 install_packages() {
     local as_root=()
-    [ "$(id -u)" = 0 ] || as_root=(sudo)
+    [ "$(id -u)" = 0 ] || as_root=(sudo -n)
     # apt's own locks do not make a second `apt-get update` wait.
     exec 7> "/tmp/nqcore-apt-$(id -u).lock"
     flock 7
+    # What an interrupt left half-configured.
+    "${as_root[@]}" dpkg --configure -a 7>&-
     "${as_root[@]}" apt-get -q update 7>&-
     "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -q -y -o DPkg::Lock::Timeout=600 \
         install --no-install-recommends "$@" 7>&-

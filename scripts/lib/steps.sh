@@ -19,8 +19,10 @@ show_progress() {
     local pid=$1 log=$2 line
     [ -t 1 ] || return 0
     while kill -0 "$pid" 2> /dev/null; do
-        line=$(tail -c 400 "$log" 2> /dev/null | tr '\r' '\n' | tail -n 1 | tr -cd '[:print:]' | cut -c1-76)
-        printf '\r\033[K        %s' "$line"
+        line=$(tail -c 400 "$log" 2> /dev/null | tr '\r' '\n' | tail -n 1 | tr -cd '[:print:]')
+        # Of ninja's "[1/9] Building CXX object FOLDERS/FILE.o" the file is what tells.
+        [[ $line != *" object "* ]] || line="${line%% object *} ${line##*/}"
+        printf '\r\033[K        %s' "${line:0:70}"
         sleep 0.5
     done
     printf '\r\033[K'
@@ -44,10 +46,10 @@ try_step() {
     ) > "$log" 2>&1 < /dev/null 8>&- &
     pid=$!
     set +m
-    trap 'kill -TERM -- "-$pid" 2> /dev/null; exit 130' INT TERM
+    trap 'kill -TERM -- "-$pid" 2> /dev/null; printf "\ninterrupted; the same command goes on from here\n"; exit 130' INT TERM HUP
     show_progress "$pid" "$log"
     wait "$pid" || status=$?
-    trap - INT TERM
+    trap - INT TERM HUP
     if [ "$status" = 0 ]; then
         printf '        done in %s s\n' "$(seconds_since "$begin")"
         return 0

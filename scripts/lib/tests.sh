@@ -3,6 +3,12 @@
 # Put before ctest when a test run needs it.
 test_prefix=()
 
+# matching_tests TREE REGEX: in a configured tree, the targets of the test programs. They have the same names, but for
+# those that run once more in other circumstances.
+matching_tests() {
+    ctest --test-dir "$root/build/$1" -N -L gtest -R "$2" 2> /dev/null | sed -nE 's/^ *Test *#[0-9]*: //p' | sed -E 's/_test_(on|missing)$/_test/' | sort -u
+}
+
 # run_tests TREE [CTEST OPTIONS]: notes the tree's line of counts; returns 1 when a test failed or none ran.
 run_tests() {
     local tree=$1 folder=$root/build/$1 line status=0 counted=0
