@@ -1,7 +1,5 @@
 #include "nqcore/source_location.h"
 
-#include "error_text.h"
-
 #include <cstring>
 #include <string>
 
@@ -12,9 +10,8 @@ std::string_view text_of(const char* text, unsigned length) {
     if (text == nullptr) {
         return {};
     }
-    const std::size_t size = length >= SourceString::npos - 1 ? std::strlen(text) : length;
-    impl::check_text_length(size);
-    return {text, size};
+    const std::string_view view(text, length >= SourceString::npos - 1 ? std::strlen(text) : length);
+    return SourceString::create_reference(view).view();  // which refuses what no text can have
 }
 
 // From the first slash, or from the start, up to `end`; the whole text when that span holds nothing.
