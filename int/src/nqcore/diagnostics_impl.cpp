@@ -20,60 +20,6 @@ constexpr std::string_view s_badCodePointer = "<bad code ptr>";
 constexpr std::string_view s_unknownModule = "<unknown module>";
 constexpr std::size_t s_mostParameters = 32;
 
-void append_register(std::string& out, std::string_view name, std::uint64_t value, unsigned digits) {
-    out.append(name).append("=");
-    append_hex(out, value, digits);
-}
-
-// In       `name`: without its first letter.
-void append_pointer_register(std::string& out, const char* name, std::uintptr_t value) {
-    out += platform::register_width_letter();
-    append_register(out, name, value, addressDigits);
-}
-
-void append_general_registers(std::string& out, const Registers& registers) {
-    constexpr std::size_t inFirstLine = 6;
-    const std::span<const char* const> names = platform::general_register_names();
-    for (std::size_t i = 0; i < names.size(); ++i) {
-        out += i == 0 ? "" : i == inFirstLine ? "\n" : ", ";
-        append_register(out, names[i], registers.general[i], addressDigits);
-    }
-    out += '\n';
-}
-
-std::string registers_text(const Registers& registers) {
-    constexpr unsigned flagDigits = 8;
-    constexpr unsigned segmentDigits = 4;
-    std::string out;
-    append_general_registers(out, registers);
-    if (platform::is_readable(registers.stackPointer, sizeof(std::uintptr_t))) {
-        append_pointer_register(out, "SP", registers.stackPointer);
-    } else {
-        out += "<bad stack ptr>";
-    }
-    if (platform::is_readable(registers.framePointer, sizeof(std::uintptr_t))) {
-        out += ", ";
-        append_pointer_register(out, "BP", registers.framePointer);
-    } else {
-        out += "<bad frame ptr>";
-    }
-    if (platform::is_code(registers.instructionPointer)) {
-        out += ", ";
-        append_pointer_register(out, "IP", registers.instructionPointer);
-    } else {
-        out += s_badCodePointer;
-    }
-    append_register(out, ", EFLAGS", registers.flags, flagDigits);
-    append_register(out, ", CS", registers.cs, segmentDigits);
-    append_register(out, ", SS", registers.ss, segmentDigits);
-    append_register(out, "\nDS", registers.ds, segmentDigits);
-    append_register(out, ", ES", registers.es, segmentDigits);
-    append_register(out, ", FS", registers.fs, segmentDigits);
-    append_register(out, ", GS", registers.gs, segmentDigits);
-    out += '\n';
-    return out;
-}
-
 class ParameterList : public platform::ParameterSink {
 public:
     explicit ParameterList(std::string& out) noexcept : m_out(out) {}
@@ -100,17 +46,21 @@ private:
 class KnownHeads {
 public:
     bool append_to(std::string& out, const StackFrame& frame, std::uint64_t generation) const {
-        const Entry& entry = m_entries[place_of(frame)];
-        if (entry.size == 0 || entry.generation != generation || entry.address != frame.instructionPointer ||
-            entry.isReturnAddress != (frame.isReturnAddress != 0)) {
-            return false;
+        for (const Entry& entry : m_sets[place_of(frame)].entries) {
+            if (entry.size != 0 && entry.generation == generation && entry.address == frame.instructionPointer &&
+                entry.isReturnAddress == (frame.isReturnAddress != 0)) {
+                out.append(entry.text, entry.size);
+                return true;
+            }
         }
-        out.append(entry.text, entry.size);
-        return true;
+        return false;
     }
+    // In the place of the one that has been there longest.
     void keep(const StackFrame& frame, std::uint64_t generation, std::string_view head) noexcept {
-        Entry& entry = m_entries[place_of(frame)];
+        Set& set = m_sets[place_of(frame)];
+        Entry& entry = set.entries[set.next % s_ways];
         if (head.size() <= sizeof entry.text) {
+            ++set.next;
             entry.address = frame.instructionPointer;
             entry.generation = generation;
             entry.isReturnAddress = frame.isReturnAddress != 0;
@@ -119,7 +69,9 @@ public:
     }
 
 private:
-    static constexpr std::size_t s_places = 256;
+    static constexpr std::size_t s_places = 64;
+    // With one alone, two addresses of a stack would meet in every tenth program, and each would drive the other out.
+    static constexpr std::size_t s_ways = 4;
     struct Entry {
         std::uintptr_t address = 0;
         std::uint64_t generation = 0;
@@ -127,10 +79,14 @@ private:
         bool isReturnAddress = false;
         char text[236] = {};
     };
+    struct Set {
+        Entry entries[s_ways];
+        std::size_t next = 0;
+    };
     static std::size_t place_of(const StackFrame& frame) noexcept {
         return (frame.instructionPointer ^ (frame.instructionPointer >> 8)) % s_places;
     }
-    Entry m_entries[s_places];
+    Set m_sets[s_places];
 };
 constinit KnownHeads s_knownHeads;
 
@@ -282,8 +238,6 @@ void append_pointer(std::string& out, std::uintptr_t address) {
 }
 
 void append_decimal(std::string& out, unsigned long long value) { out += DecimalText(value).view(); }
-
-void write_registers(std::ostream& stream, const Registers& registers) { stream << registers_text(registers); }
 
 void write_stack_trace(std::ostream& stream, std::span<const StackFrame> frames, std::size_t limit,
                        ParameterValues values, SourceLines lines, const Registers* innermost, std::size_t skip) {

@@ -30,6 +30,10 @@ void notify(const Notification& tell) noexcept {
     }
 }
 
+[[noreturn]] NQCORE_COLD void refuse_null_observer() {
+    raise_null_parameter_error("observer", SourceString::npos, s_source.here("nqcore::Future::add_observer()"));
+}
+
 // What a wait for the event has answered: false when its time ran out.
 bool happened(int result) {
     if (result != 0 && result != platform::s_eventTimedOut) {
@@ -175,8 +179,8 @@ void FutureImplBase::wait_for_value() const {
 }
 
 bool FutureImplBase::add_observer_entry(Observer observer) {
-    if (observer.is_null()) {
-        raise_null_parameter_error("observer", SourceString::npos, s_source.here("nqcore::Future::add_observer()"));
+    if (observer.is_null()) [[unlikely]] {
+        refuse_null_observer();
     }
     const Lock lock(*this);
     if (m_ready) {

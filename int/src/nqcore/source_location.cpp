@@ -1,17 +1,27 @@
 #include "nqcore/source_location.h"
 
 #include <cstring>
+#include <stdexcept>
 #include <string>
 
 namespace nqcore {
 namespace {
 
+constexpr std::size_t s_longestText = 0x7FFFFFFF;
+
+[[noreturn]] NQCORE_COLD void throw_length_error() {
+    throw std::length_error("nqcore::SourceLocation : excessive file identifier length");
+}
+
 std::string_view text_of(const char* text, unsigned length) {
     if (text == nullptr) {
         return {};
     }
-    const std::string_view view(text, length >= SourceString::npos - 1 ? std::strlen(text) : length);
-    return SourceString::create_reference(view).view();  // which refuses what no text can have
+    const std::size_t size = length >= SourceString::npos - 1 ? std::strlen(text) : length;
+    if (size > s_longestText) [[unlikely]] {
+        throw_length_error();
+    }
+    return {text, size};
 }
 
 // From the first slash, or from the start, up to `end`; the whole text when that span holds nothing.
