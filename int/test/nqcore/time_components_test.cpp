@@ -133,6 +133,8 @@ TEST(TimeComponents, FullJulianDates) {
         EXPECT_EQ(AbsoluteTime::from_full_julian_date(jd, nullptr, round), AbsoluteTime::from_string(text));
     }
     EXPECT_EQ(Components(2440587.5, false), Components());  // midnight, not 24 o'clock
+    EXPECT_EQ(Components(2440587.5), Components(2440587.5, false));
+    EXPECT_EQ(Components(2440588u), Components(2440588));
     EXPECT_EQ(Components(1970, 1, 1, 18, 0, 0, 0).full_julian_date(), 2440588.25);
     EXPECT_TRUE(std::isinf(AbsoluteTime::infinite.full_julian_date()));
     std::mt19937_64 random(11);

@@ -543,7 +543,10 @@ public:
     ///
     /// In       `roundToSecond`: to the nearest second, half a second upward.
     /// Errors   as above, for `jd` below 0, above 4294967295 or NaN too.
-    explicit Components(double jd, bool roundToSecond = false);
+    Components(double jd, bool roundToSecond);
+    template <class Floating>
+        requires(std::is_floating_point_v<Floating>)  // so that integers of all types stay Julian day numbers
+    explicit Components(Floating jd) : Components(static_cast<double>(jd), false) {}
 
     [[nodiscard]] constexpr std::int16_t year() const noexcept { return m_year; }
     [[nodiscard]] constexpr std::uint16_t month() const noexcept { return m_month; }

@@ -63,6 +63,7 @@ public:
     /// comes back when nothing would be left.
     ///
     /// In       `length`: bytes of `fileId`; `SourceString::npos` measures. Null counts as empty.
+    /// Errors   `std::length_error` for 2147483648 bytes and more; `std::bad_alloc`.
     [[nodiscard]] static std::string file_path_from_file_id(const char* fileId, unsigned length);
     /// The text from the first "/" up to the last character that is neither a blank nor "$".
     [[nodiscard]] static std::string depot_path_from_file_id(const char* fileId, unsigned length);
