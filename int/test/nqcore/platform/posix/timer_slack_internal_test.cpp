@@ -48,6 +48,12 @@ TEST(TimerSlack, IsThatOfTheThreadThatAsks) {
         EXPECT_EQ(end_timer_period(5), 0u);
         EXPECT_EQ(slack(), 20 * s_ms);  // its own, though the other thread's request goes on
     }).join();
+    EXPECT_EQ(begin_timer_period(3), 0u);
+    std::thread([] {
+        prctl(PR_SET_TIMERSLACK, 20 * s_ms);
+        EXPECT_EQ(end_timer_period(3), 0u);  // of the process, but not this thread's
+        EXPECT_EQ(slack(), 20 * s_ms);
+    }).join();
     EXPECT_EQ(end_timer_period(1), 0u);
     EXPECT_EQ(slack(), mine);
 }
