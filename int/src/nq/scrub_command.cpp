@@ -43,9 +43,9 @@ constexpr char s_details[] =
     "The clean text goes to standard output, a report to standard error. Invalid UTF-8 becomes '?', byte by byte;\n"
     "the middle digits of payment-card numbers become '-', if written as 12 to 16 digits without blanks or dashes;\n"
     "a UTC time stamp at the start of a line becomes ISO 8601 with Z (one that cannot be read as UTC, such as one\n"
-    "with an offset, stays and is counted). All else stays as it is, line endings included. Memory is bounded, "
-    "whatever\n"
-    "the length of the input or of its lines. The number of jobs changes neither the clean text nor the report.\n";
+    "with an offset, stays and is counted). All else stays as it is, line endings included. Memory is bounded,\n"
+    "whatever the length of the input or of its lines. The number of jobs changes neither the clean text nor the\n"
+    "report.\n";
 
 unsigned job_count(const Arguments& arguments) {
     const std::string& text = arguments.value("jobs");
